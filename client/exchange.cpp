@@ -1,0 +1,85 @@
+// The synchronous exchange and the common operation pattern built on it.
+
+#include "nuvclassifyclient.h"
+
+#include "nuvmqclientinterface.h"
+
+namespace {
+// The kind and the trailing arguments of every classify message; their
+// meaning belongs to the transport.
+constexpr int classifyMessageKind = 1001;
+} // namespace
+
+NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock block, int timeout)
+{
+    NuvKespClassifyBlock result;
+    if (!mqClient) {
+        // An operation called before any login has nothing to send through;
+        // report it like any other transport failure instead of crashing.
+        result.command = QStringLiteral("ERROR");
+        result.errorText = tr("Not connected: call connectToNuvKESP() before any command.");
+        return result;
+    }
+    {
+        QMutexLocker exchangeLocker(&exchangeLock);
+        {
+            QMutexLocker stateLocker(&stateLock);
+            requestMessage.setUpdateString(updateString);
+            requestMessage.setCurrentArchive(currentArchive);
+        }
+        requestMessage.command = block.command;
+        requestMessage.setDocId(block.docId);
+        requestMessage.setUpdateRequested(block.updateRequested);
+        requestMessage.setDataList(block.dataList);
+        requestMessage.setAvailablePlugins(block.availablePlugins);
+        requestMessage.setData(block.data);
+
+        if (!mqClient->sendSyncMessage(&requestMessage, &replyMessage, classifyMessageKind,
+                                       qint64(timeout), 0, QString(), nullptr)) {
+            result.command = QStringLiteral("ERROR");
+            result.errorText = mqClient->lastErrorText;
+            return result;
+        }
+        result.command = replyMessage.command;
+        result.docId = replyMessage.getDocId();
+        result.updateString = replyMessage.getUpdateString();
+        result.updateRequested = replyMessage.getUpdateRequested();
+        result.dataList = replyMessage.getDataList();
+        result.data = replyMessage.getData();
+        result.availablePlugins = replyMessage.getAvailablePlugins();
+        if (replyMessage.hasErrorText)
+            result.errorText = replyMessage.errorText;
+    }
+    // Emitted outside the exchange lock, so that a slot connected directly
+    // may run any operation that does not take the operation lock.
+    if (result.updateRequested)
+        emit serverRequest(QStringLiteral("DORELOADALL"));
+    QMutexLocker stateLocker(&stateLock);
+    updateString = result.updateString;
+    return result;
+}
+
+bool NuvClassifyClient::exchange(const nuv::Command &command, NuvKespClassifyBlock request,
+                                 NuvKespClassifyBlock &reply)
+{
+    request.command = command.word;
+    reply = sendSyncCommand(std::move(request), command.timeoutSeconds);
+    if (nuv::passes(command.test, reply.command))
+        return true;
+    if (command.recordsError)
+        setLastError(reply.errorText);
+    return false;
+}
+
+bool NuvClassifyClient::perform(const nuv::Command &command, NuvKespClassifyBlock request)
+{
+    return perform(command, std::move(request), false,
+                   [](const NuvKespClassifyBlock &) { return true; });
+}
+
+QStringList NuvClassifyClient::performForList(const nuv::Command &command,
+                                              NuvKespClassifyBlock request)
+{
+    return perform(command, std::move(request), QStringList(),
+                   [](const NuvKespClassifyBlock &reply) { return reply.dataList; });
+}

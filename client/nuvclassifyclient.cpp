@@ -1,0 +1,118 @@
+#include "nuvclassifyclient.h"
+
+#include "nuvmqclientinterface.h"
+
+NuvClassifyClient::NuvClassifyClient(QString pluginPath)
+    : mutex(new QMutex)
+    , pluginPath(std::move(pluginPath))
+{
+}
+
+NuvClassifyClient::~NuvClassifyClient()
+{
+    disconnectFromNuvKESP();
+    delete mqClient;
+    mqClient = nullptr;
+    delete mutex;
+    mutex = nullptr;
+}
+
+ClassifyInterface *NuvClassifyClient::createInstance(QString pluginPath)
+{
+    auto *client = new NuvClassifyClient(std::move(pluginPath));
+    client->setProfileId(profileId);
+    return client;
+}
+
+void NuvClassifyClient::emitDisconnected()
+{
+    disconnected = true;
+    emit clientDisconnect();
+}
+
+void NuvClassifyClient::setLastError(const QString &text)
+{
+    QMutexLocker locker(&stateLock);
+    lastError = text;
+}
+
+// Accessors: none takes the operation lock or talks to the server.
+
+void NuvClassifyClient::setProfileId(qint64 id)
+{
+    profileId = id;
+}
+
+qint64 NuvClassifyClient::getProfileId()
+{
+    return profileId;
+}
+
+QString NuvClassifyClient::getAuthToken()
+{
+    // Asking before the first login has no transport to ask; an empty token
+    // says as much without dereferencing nothing.
+    return mqClient ? mqClient->getAuthToken() : QString();
+}
+
+QString NuvClassifyClient::getPluginInfo()
+{
+    return QStringLiteral("The classify plugin!");
+}
+
+QString NuvClassifyClient::errorString()
+{
+    QMutexLocker locker(&stateLock);
+    return lastError;
+}
+
+QString NuvClassifyClient::getLastError()
+{
+    return errorString();
+}
+
+QString NuvClassifyClient::getCurrentArchive()
+{
+    QMutexLocker locker(&stateLock);
+    return currentArchive;
+}
+
+QString NuvClassifyClient::getUsername()
+{
+    return username;
+}
+
+QString NuvClassifyClient::getPass()
+{
+    return password;
+}
+
+QString NuvClassifyClient::getHost()
+{
+    return host;
+}
+
+int NuvClassifyClient::getPort()
+{
+    return port;
+}
+
+QString NuvClassifyClient::getFullUserName()
+{
+    return fullUserName;
+}
+
+QString NuvClassifyClient::getCfId()
+{
+    return cfId;
+}
+
+QStringList NuvClassifyClient::getUserRoles()
+{
+    return userRoles;
+}
+
+QStringList NuvClassifyClient::getAvailablePlugins()
+{
+    return availablePlugins;
+}

@@ -1,0 +1,266 @@
+#ifndef NUVCLASSIFYCLIENT_H
+#define NUVCLASSIFYCLIENT_H
+
+#include "classifyinterface.h"
+#include "command.h"
+#include "nuvkespclassifyblock.h"
+#include "nuvmqclassifymessage.h"
+
+#include <QMutex>
+#include <QMutexLocker>
+
+class nuvMQClientInterface;
+
+/*
+ * The classify plugin's one class: a session with the document server.
+ *
+ * Every command operation is one synchronous exchange through the loaded
+ * message-queue transport, run by perform(): take the operation lock unless
+ * the command says otherwise, send, judge the reply's status word, record the
+ * error text on failure, pick the result. The operations in the command group
+ * files state only what differs.
+ */
+class NuvClassifyClient : public ClassifyInterface
+{
+    Q_OBJECT
+    Q_PLUGIN_METADATA(IID NUV_CLASSIFY_INTERFACE_IID FILE "nuvclassifyclient.json")
+    Q_INTERFACES(ClassifyInterface)
+
+public:
+    // The version a server must report at login.
+    static constexpr const char *clientVersion = "18.09-5";
+
+    explicit NuvClassifyClient(QString pluginPath = QString());
+    ~NuvClassifyClient() override;
+
+    ClassifyInterface *createInstance(QString pluginPath) override;
+    bool setUsers(QStringList users) override;
+    bool getUsers(QStringList &users) override;
+    bool delUsers(QStringList users, QString context) override;
+    bool changeUserPassAdmin(QString user, QString newPassword) override;
+    bool changeUserPass(QString oldPassword, QString newPassword) override;
+    bool changeExpiredPass(QString user, QString oldPassword, QString newPassword,
+                           QString unused, int unusedNumber) override;
+    bool updateUsers(QStringList users) override;
+    QStringList getDocuments(QStringList documents) override;
+    bool connectToNuvKESP(QString host, int port, QString user, QString pass) override;
+    bool connectToNuvKESP(QString host, int port, QString user, QString pass,
+                          QString loginExtra) override;
+    bool getSystemFolders(QStringList &folders, QList<QByteArray> &payloads,
+                          bool withEmpty) override;
+    bool setSystemFolders(QStringList folders, QList<QByteArray> payloads) override;
+    void disconnectFromNuvKESP() override;
+    QStringList getRoles() override;
+    QStringList getRoleList() override;
+    QStringList getRoles(QString role) override;
+    bool setRoles(QStringList roles) override;
+    bool deleteRoles(QStringList roles) override;
+    QStringList getUserRoles(QString user) override;
+    bool setUserRoles(QString user, QStringList roles) override;
+    QStringList getRoleUsers(QString role) override;
+    bool setRoleUsers(QString role, QStringList users) override;
+    QString getPluginInfo() override;
+    bool classify(QString &docId, QStringList values) override;
+    bool classifyTemporary(QString &docId, QStringList values) override;
+    bool newClassify(qint64 documentNumber, QString first, QString second) override;
+    bool newClassifyTemp(qint64 documentNumber, QString first, QString second,
+                         int number) override;
+    int getClassifyTemp(qint64 &id, QStringList &values, QStringList &texts) override;
+    bool deleteClassifyTemp(qint64 id) override;
+    bool getArchives(QStringList &archives) override;
+    QStringList getDocumentData(QString docId, QString selector) override;
+    bool getMandanten(QStringList &tenants, QList<QByteArray> &payloads) override;
+    qint64 getDocumentCount(QString query, bool withDeleted, bool ignoreArchive) override;
+    bool getStatusTypes(QStringList &records, QList<QByteArray> &payloads) override;
+    bool getDocTypes(QStringList &records, QList<QByteArray> &payloads) override;
+    bool saveStatusTypes(QStringList records, QList<QByteArray> payloads) override;
+    bool saveDocTypes(QStringList records, QList<QByteArray> payloads) override;
+    qint64 getClassifyCount(QString query, bool withoutHistory) override;
+    QStringList getBemerkungen() override;
+    QString getLastError() override;
+    bool setDocUsersAndRoles(QString docId, QString first, QStringList entries) override;
+    bool getDocUsersAndRoles(QString docId, QStringList &entries) override;
+    bool saveFolderStructure(QString structureKey, QStringList folders,
+                             QList<QByteArray> payloads) override;
+    bool getFolderStructure(QString structureKey, QStringList &folders,
+                            QList<QByteArray> &payloads) override;
+    QStringList getClassificationFields(bool flag) override;
+    QStringList getUserRoles() override;
+    bool getDocHistory(QString docId, QStringList &history) override;
+    void checkUpdate() override;
+    bool insertMandant(QString first, QString second, QByteArray payload) override;
+    bool setCurrentArchive(QString archive) override;
+    QString getUsername() override;
+    bool closeSession() override;
+    QString getHost() override;
+    int getPort() override;
+    bool getNextOid(QString &oid) override;
+    bool addExtentedSearch(QString first, QString second, QStringList entries) override;
+    bool deleteExtentedSearch(QString search) override;
+    QStringList getExtentedSearch(QStringList entries) override;
+    bool updateExtentedSearch(int search, QString first, QString second,
+                              QStringList entries) override;
+    QStringList getFolderRoles(QString folder) override;
+    bool setFolderRoles(QString folder, QStringList roles) override;
+    bool saveTempDocRollen(QString docId, QStringList entries) override;
+    QString getMainFolder(QString folder) override;
+    QString getFullUserName() override;
+    bool deleteDynAttribute(int attribute) override;
+    bool addDynAttribute(QString first, QString second, bool flag) override;
+    QStringList listDynAttributes() override;
+    bool modifyWerteListe(int list, QStringList values) override;
+    QStringList getWerteListe(int list) override;
+    bool modifyDynattribute(QStringList values) override;
+    bool multipleClassify(QString &docId, QStringList values) override;
+    bool newClassify(qint64 documentNumber, QString first, QString second,
+                     QString folder) override;
+    bool moveDocumentsToTrash(QStringList documents) override;
+    bool removeDocumentsFromTrash(QStringList documents) override;
+    bool getUserRole(QString &role) override;
+    void updateLastModified() override;
+    void setLastModified() override;
+    QString errorString() override;
+    QStringList getAvailablePlugins() override;
+    bool newFolder(QString first, QString second, QString third, QString fourth) override;
+    bool saveUserData(const QString &key1, const QString &key2, const QByteArray &first,
+                      QByteArray second, bool flag) override;
+    bool deleteUserData(const QString &key1, const QString &key2) override;
+    bool loadUserData(const QString &key, QList<QString> &names,
+                      QList<QByteArray> &firsts, QList<QByteArray> &seconds) override;
+    bool loadUserData(const QString &key1, const QString &key2, QByteArray &first,
+                      QByteArray &second) override;
+    bool moveDocToArchive(qint64 documentNumber, int archive) override;
+    bool getIndexerInfos(QStringList &infos) override;
+    bool recreateIndex() override;
+    QStringList getMinMaxDate() override;
+    QStringList getScanInputProcessList() override;
+    QList<QByteArray> getScanInputProcessImage(const QString &process) override;
+    bool doLdapCommand(const QString &command, const QList<QByteArray> &arguments,
+                       QList<QByteArray> &answerData, QList<QString> &answerStrings,
+                       QString &errorText) override;
+    bool doWebCommand(const QString &command, const QList<QByteArray> &arguments,
+                      QList<QByteArray> &answerData, QList<QString> &answerStrings,
+                      QString &errorText) override;
+    qint64 getProfileId() override;
+    void setProfileId(qint64 profileId) override;
+    QString getCfId() override;
+    QString getServerVersion() override;
+    QString getCurrentArchive() override;
+    QString getPass() override;
+    bool addLinkedDocuments(const QString &docId, const QStringList &linked) override;
+    bool removeLinkedDocuments(const QString &docId, const QStringList &linked) override;
+    QStringList readLinkedDocuments(const QString &docId) override;
+    QString addClipboard(const QString &name) override;
+    bool removeClipboard(const QString &clipboard) override;
+    bool renameClipboard(const QString &clipboard, const QString &newName) override;
+    bool readClipboards(QList<QPair<QString, QString>> &clipboards) override;
+    bool readClipboardCards(const QString &clipboard, QList<QString> &cards,
+                            QList<QString> &texts) override;
+    bool addClipboardCard(const QString &clipboard, const QString &card,
+                          const QString &cardData) override;
+    bool removeClipboardCard(const QString &clipboard, const QString &card) override;
+    bool clearClipboardCards(const QString &clipboard) override;
+    bool updateClibpoardCard(const QString &clipboard, const QString &card,
+                             const QString &cardData) override;
+    QStringList readClipboardRoles(const QString &clipboard) override;
+    bool writeClipboardRoles(const QString &clipboard, const QStringList &roles) override;
+    bool testMail(const QString &address) override;
+    bool loadRemoteFS(const QString &location, QStringList &entries) override;
+    bool checkFS(const QString &location) override;
+    bool doBackup() override;
+    bool updateBackupConfig() override;
+    QStringList getDeadLines(QStringList selection) override;
+    QStringList getDeadLineForDocId(QString docId) override;
+    bool saveDeadLines(QStringList deadLines) override;
+    QString addShare(const QString &first, const QStringList &entries, const QString &third,
+                     const QDateTime &expiry, int number) override;
+    QStringList getShares() override;
+    bool deleteShare(const QString &share) override;
+    QString getAuthToken() override;
+    QStringList getChatUsers() override;
+    QStringList getRoleRoles(QString role) override;
+
+    // Not part of ClassifyInterface; hosts reach them through the
+    // meta-object (QMetaObject::invokeMethod) or by linking the client.
+    // Writes the roles of a role: the server has one command for both.
+    Q_INVOKABLE bool setRoleRoles(QString role, QStringList roles);
+    Q_INVOKABLE QStringList getRevisionen(QString docId);
+
+    // Loads the message-queue plugin once per object and creates the
+    // transport; on a load failure `error` says why.
+    bool loadMQPlugin(QString &error);
+    // The one road by which a command reaches the server. A transport
+    // failure comes back as a block whose command is "ERROR".
+    NuvKespClassifyBlock sendSyncCommand(NuvKespClassifyBlock block, int timeout);
+
+Q_SIGNALS:
+    void clientDisconnect();
+    void serverRequest(QString request);
+
+public Q_SLOTS:
+    void emitDisconnected();
+
+private:
+    // The common operation pattern: lock as the command says, exchange, test
+    // the status word, record the error text on failure and return `failure`,
+    // or return what `onSuccess` makes of the reply (still under the lock).
+    template<typename Result, typename OnSuccess>
+    Result perform(const nuv::Command &command, NuvKespClassifyBlock request, Result failure,
+                   OnSuccess onSuccess)
+    {
+        QMutexLocker locker(command.locked ? mutex : nullptr);
+        NuvKespClassifyBlock reply;
+        if (!exchange(command, std::move(request), reply))
+            return failure;
+        return onSuccess(reply);
+    }
+    // For commands whose only result is success or failure.
+    bool perform(const nuv::Command &command, NuvKespClassifyBlock request = {});
+    // For commands whose result is the reply's string list.
+    QStringList performForList(const nuv::Command &command, NuvKespClassifyBlock request = {});
+    // Send, test and record; no locking. True when the reply passed.
+    bool exchange(const nuv::Command &command, NuvKespClassifyBlock request,
+                  NuvKespClassifyBlock &reply);
+
+    // Shared by the pass-through commands, which hand every outcome to the
+    // caller's out-parameters instead of the last error.
+    bool passThrough(const nuv::Command &command, const QString &innerCommand,
+                     const QList<QByteArray> &arguments, QList<QByteArray> &answerData,
+                     QList<QString> &answerStrings, QString &errorText);
+    // Shared by the folder readers: replace `folders` and `payloads` from a
+    // reply whose keys pair with its byte arrays.
+    static void assembleFolders(const NuvKespClassifyBlock &reply, QStringList &folders,
+                                QList<QByteArray> &payloads);
+
+    void setLastError(const QString &text);
+
+    qint64 profileId = 0;
+    nuvMQClientInterface *mqClient = nullptr;
+    nuvMQClassifyMessage requestMessage;
+    nuvMQClassifyMessage replyMessage;
+    QString lastError;
+    QStringList availablePlugins;
+    bool disconnected = false;
+    QStringList userRoles;
+    QString username;
+    QString password;
+    QString host;
+    int port = 0;
+    QMutex *mutex;
+    QString fullUserName;
+    QString pluginPath;
+    QString currentArchive;
+    QString updateString;
+    QString cfId;
+
+    // Two short locks of our own. `exchangeLock` keeps the shared request and
+    // reply messages consistent while a transport call is under way, so that
+    // the operations that skip `mutex` cannot interleave on them; it is never
+    // held while a signal is emitted. `stateLock` guards the session members
+    // that such operations write (last error, archive, update marker) for the
+    // few instructions a copy takes.
+    QMutex exchangeLock;
+    mutable QMutex stateLock;
+};
+
+#endif // NUVCLASSIFYCLIENT_H

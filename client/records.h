@@ -1,0 +1,105 @@
+#ifndef NUV_RECORDS_H
+#define NUV_RECORDS_H
+
+#include "nuvkespclassifyblock.h"
+
+#include <QMap>
+
+/*
+ * Small pieces shared by the command groups: building request blocks,
+ * picking results from replies, and the record formats of the protocol
+ * (fields and keys joined by U+FEFF, text carried in byte arrays).
+ */
+namespace nuv {
+
+// Joins keys in `docId` and the fields of one record.
+constexpr QChar recordSeparator(0xFEFF);
+
+inline NuvKespClassifyBlock fields(const QString &docId, const QStringList &dataList = {},
+                                   const QList<QByteArray> &data = {})
+{
+    NuvKespClassifyBlock block;
+    block.docId = docId;
+    block.dataList = dataList;
+    block.data = data;
+    return block;
+}
+
+inline NuvKespClassifyBlock listFields(const QStringList &dataList,
+                                       const QList<QByteArray> &data = {})
+{
+    return fields(QString(), dataList, data);
+}
+
+// The last error of a reply that passed its test but lacks what the
+// operation must read from it.
+inline QString malformedReplyText(QLatin1String command)
+{
+    return QStringLiteral("malformed reply to ") + command;
+}
+
+inline QString flagText(bool flag)
+{
+    return flag ? QStringLiteral("1") : QStringLiteral("0");
+}
+
+// Result pickers for perform(): they copy one reply field into the caller's
+// out-parameter and report success.
+inline auto assignDocId(QString &target)
+{
+    return [&target](const NuvKespClassifyBlock &reply) {
+        target = reply.docId;
+        return true;
+    };
+}
+
+inline auto assignDataList(QStringList &target)
+{
+    return [&target](const NuvKespClassifyBlock &reply) {
+        target = reply.dataList;
+        return true;
+    };
+}
+
+inline QString replyDocId(const NuvKespClassifyBlock &reply)
+{
+    return reply.docId;
+}
+
+// Text carried in a byte array: UTF-8 up to the first zero byte; a null
+// array is a null string.
+QString textFromBytes(const QByteArray &bytes);
+
+// Field `index` of a record joined by U+FEFF; empty when the record has
+// fewer fields.
+QStringRef recordField(const QString &record, int index);
+
+// A whole search definition as one entry: every fixed part followed by a
+// separator, then the list entries joined by separators. With an empty list
+// the separator after the last fixed part stays, as the server expects.
+QString joinSearchEntry(const QStringList &fixedParts, const QStringList &listParts);
+
+// Pairs the records of a reply with its byte arrays: the n-th non-empty key
+// of `keys` (joined by U+FEFF) owns data[n], a later equal key wins, and
+// each record receives the byte array of the key in its field `keyField`,
+// or an empty one. Missing byte arrays and fields count as empty.
+template<typename Key, typename ToKey>
+QList<QByteArray> pairRecordsWithPayloads(const QStringList &records, const QString &keys,
+                                          const QList<QByteArray> &data, int keyField,
+                                          ToKey toKey)
+{
+    QMap<Key, QByteArray> payloadByKey;
+    const QVector<QStringRef> keyParts = keys.splitRef(recordSeparator, Qt::SkipEmptyParts);
+    for (int i = 0; i < keyParts.size(); ++i)
+        payloadByKey.insert(toKey(keyParts.at(i)), data.value(i));
+
+    QList<QByteArray> payloads;
+    payloads.reserve(records.size());
+    for (const QString &record : records)
+        payloads.append(payloadByKey.value(toKey(recordField(record, keyField))));
+    return payloads;
+}
+
+} // namespace nuv
+
+#endif // NUV_RECORDS_H

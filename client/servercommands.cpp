@@ -1,0 +1,195 @@
+// Server information, index, session, maintenance, pass-through and user
+// data store commands.
+
+#include "nuvclassifyclient.h"
+#include "records.h"
+
+using nuv::Command;
+using nuv::fields;
+using nuv::listFields;
+
+// Server information and index
+
+QString NuvClassifyClient::getServerVersion()
+{
+    return perform(Command("CFSERVERVERSION").unlocked(), {}, QString(), nuv::replyDocId);
+}
+
+bool NuvClassifyClient::getIndexerInfos(QStringList &infos)
+{
+    return perform(Command("CFGETINDEXINFOS"), {}, false, nuv::assignDataList(infos));
+}
+
+QList<QByteArray> NuvClassifyClient::getScanInputProcessImage(const QString &process)
+{
+    return perform(Command("CFGETSCANINPUTIMAGE").unlocked(), fields(process),
+                   QList<QByteArray>(), [](const NuvKespClassifyBlock &reply) { return reply.data; });
+}
+
+QStringList NuvClassifyClient::getScanInputProcessList()
+{
+    return performForList(Command("CFGETSCANINPUTLIST").unlocked());
+}
+
+QStringList NuvClassifyClient::getMinMaxDate()
+{
+    return performForList(Command("CFMINMAXDATE"));
+}
+
+bool NuvClassifyClient::recreateIndex()
+{
+    return perform(Command("CFRECREATEINDEX"));
+}
+
+QStringList NuvClassifyClient::getChatUsers()
+{
+    return performForList(Command("CFCHATUSERS"));
+}
+
+// Session and maintenance
+
+void NuvClassifyClient::updateLastModified()
+{
+    // A notice: whatever comes back, the caller learns nothing.
+    perform(Command("CFLASTUPDATE").unlocked().testedBy(nuv::ReplyTest::None));
+}
+
+void NuvClassifyClient::setLastModified()
+{
+    perform(Command("CFSETLASTMODIFIED").unlocked().testedBy(nuv::ReplyTest::None));
+}
+
+bool NuvClassifyClient::closeSession()
+{
+    // Unlocked: the login calls it while it holds the operation lock.
+    return perform(Command("CFCLOSESESSION").unlocked().expectingOk());
+}
+
+bool NuvClassifyClient::testMail(const QString &address)
+{
+    return perform(Command("CFTESTMAIL"), fields(address));
+}
+
+bool NuvClassifyClient::doBackup()
+{
+    return perform(Command("CFDOBACKUP"));
+}
+
+bool NuvClassifyClient::updateBackupConfig()
+{
+    return perform(Command("CFBACKUPUPDATE"));
+}
+
+bool NuvClassifyClient::checkFS(const QString &location)
+{
+    return perform(Command("CFFSCHECK"), fields(location));
+}
+
+bool NuvClassifyClient::loadRemoteFS(const QString &location, QStringList &entries)
+{
+    // Appends: a caller that wants only the new listing passes an empty list.
+    return perform(Command("CFFSLIST"), fields(location), false,
+                   [&entries](const NuvKespClassifyBlock &reply) {
+                       entries += reply.dataList;
+                       return true;
+                   });
+}
+
+void NuvClassifyClient::checkUpdate()
+{
+    // The signals go out under the operation lock: a slot connected directly
+    // may only call operations that do not take it.
+    perform(Command("CFUPDATES"), {}, false, [this](const NuvKespClassifyBlock &reply) {
+        const QStringList requests = reply.dataList;
+        for (const QString &request : requests)
+            emit serverRequest(request);
+        return true;
+    });
+}
+
+// Pass-through commands
+
+bool NuvClassifyClient::passThrough(const nuv::Command &command, const QString &innerCommand,
+                                    const QList<QByteArray> &arguments,
+                                    QList<QByteArray> &answerData, QList<QString> &answerStrings,
+                                    QString &errorText)
+{
+    // The error belongs to the inner command: it reaches the caller only
+    // through `errorText`, and the answer's lists arrive in both outcomes.
+    QMutexLocker locker(command.locked ? mutex : nullptr);
+    NuvKespClassifyBlock reply;
+    const bool passed = exchange(command.keepingLastError(), fields(innerCommand, {}, arguments),
+                                 reply);
+    answerData = reply.data;
+    answerStrings = reply.dataList;
+    if (passed)
+        errorText.clear();
+    else
+        errorText = reply.errorText;
+    return passed;
+}
+
+bool NuvClassifyClient::doLdapCommand(const QString &command, const QList<QByteArray> &arguments,
+                                      QList<QByteArray> &answerData,
+                                      QList<QString> &answerStrings, QString &errorText)
+{
+    return passThrough(Command("CFLDAPCOMMAND").unlocked(), command, arguments, answerData,
+                       answerStrings, errorText);
+}
+
+bool NuvClassifyClient::doWebCommand(const QString &command, const QList<QByteArray> &arguments,
+                                     QList<QByteArray> &answerData, QList<QString> &answerStrings,
+                                     QString &errorText)
+{
+    return passThrough(Command("CFWEBCOMMAND").withTimeout(180), command, arguments, answerData,
+                       answerStrings, errorText);
+}
+
+// User data store. An item's byte arrays travel as [second, first] in both
+// directions, so what is saved and what is loaded line up.
+
+bool NuvClassifyClient::saveUserData(const QString &key1, const QString &key2,
+                                     const QByteArray &first, QByteArray second, bool flag)
+{
+    return perform(Command("CFSAVEUSERDATA"),
+                   fields(nuv::flagText(flag), { key1, key2 }, { second, first }));
+}
+
+bool NuvClassifyClient::deleteUserData(const QString &key1, const QString &key2)
+{
+    return perform(Command("CFDELUSERDATA"), listFields({ key1, key2 }));
+}
+
+bool NuvClassifyClient::loadUserData(const QString &key1, const QString &key2, QByteArray &first,
+                                     QByteArray &second)
+{
+    return perform(Command("CFLOADUSERDATA"), listFields({ key1, key2 }, { second }), false,
+                   [&](const NuvKespClassifyBlock &reply) {
+                       if (reply.data.size() < 2) {
+                           setLastError(nuv::malformedReplyText(QLatin1String("CFLOADUSERDATA")));
+                           return false;
+                       }
+                       second = reply.data.at(0);
+                       first = reply.data.at(1);
+                       return true;
+                   });
+}
+
+bool NuvClassifyClient::loadUserData(const QString &key, QList<QString> &names,
+                                     QList<QByteArray> &firsts, QList<QByteArray> &seconds)
+{
+    return perform(Command("CFLOADUSERDATA"), listFields({ key }, seconds), false,
+                   [&](const NuvKespClassifyBlock &reply) {
+                       // Names are appended to what the caller left in the
+                       // list; the byte-array lists start afresh.
+                       seconds.clear();
+                       firsts.clear();
+                       // An unpaired last byte array is ignored.
+                       for (int i = 0; i + 1 < reply.data.size(); i += 2) {
+                           names.append(reply.dataList.value(i / 2));
+                           seconds.append(reply.data.at(i));
+                           firsts.append(reply.data.at(i + 1));
+                       }
+                       return true;
+                   });
+}
