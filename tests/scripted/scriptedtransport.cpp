@@ -1,0 +1,266 @@
+#include "scriptedtransport.h"
+
+#include <QMutex>
+#include <QQueue>
+#include <QSet>
+
+namespace {
+
+struct ScriptedAnswer
+{
+    bool fails = false;
+    QString text; // wire text of the reply, or the failure's lastErrorText
+};
+
+// Shared by every object of this plugin, so that a test reaches the
+// transport a client created for itself through the plugin's root object.
+struct ScriptState
+{
+    mutable QMutex lock;
+    QQueue<ScriptedAnswer> answers;
+    ScriptedTransportControl::Responder responder;
+    QString connectRefusal;
+    QString authToken = QStringLiteral("scripted-token");
+    QList<ScriptedExchange> exchanges;
+    QStringList calls;
+    QSet<ScriptedTransport *> live;
+};
+
+ScriptState &state()
+{
+    static ScriptState s;
+    return s;
+}
+
+void record(const QString &call)
+{
+    QMutexLocker locker(&state().lock);
+    state().calls.append(call);
+}
+
+} // namespace
+
+ScriptedTransport::ScriptedTransport() = default;
+
+ScriptedTransport::~ScriptedTransport()
+{
+    // Only the objects handed out by createInstance() count; the plugin's
+    // root object lives until the process ends.
+    QMutexLocker locker(&state().lock);
+    if (state().live.remove(this))
+        state().calls.append(QStringLiteral("destroyed"));
+}
+
+nuvMQClientInterface *ScriptedTransport::createInstance()
+{
+    auto *transport = new ScriptedTransport;
+    QMutexLocker locker(&state().lock);
+    state().calls.append(QStringLiteral("createInstance"));
+    state().live.insert(transport);
+    return transport;
+}
+
+bool ScriptedTransport::connectToBroker(const QString &host, const qint64 &port)
+{
+    record(QStringLiteral("connectToBroker %1 %2").arg(host).arg(port));
+    QMutexLocker locker(&state().lock);
+    if (!state().connectRefusal.isEmpty()) {
+        lastErrorText = state().connectRefusal;
+        return false;
+    }
+    connected = true;
+    return true;
+}
+
+void ScriptedTransport::disconnectFromBroker()
+{
+    record(QStringLiteral("disconnectFromBroker"));
+    connected = false;
+}
+
+bool ScriptedTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *reply, int kind,
+                                        qint64 timeoutSeconds, int priority, QString destination,
+                                        void *context)
+{
+    ScriptedExchange exchange;
+    request->convertToBase64(exchange.wireText);
+    exchange.request.convertFromBase64(exchange.wireText);
+    exchange.kind = kind;
+    exchange.timeoutSeconds = timeoutSeconds;
+    exchange.priority = priority;
+    exchange.destination = destination;
+    exchange.context = context;
+
+    ScriptedAnswer answer { true, QStringLiteral("scripted transport: no reply queued") };
+    ScriptedTransportControl::Responder responder;
+    {
+        QMutexLocker locker(&state().lock);
+        state().calls.append(QStringLiteral("sendSyncMessage ") + exchange.request.command);
+        state().exchanges.append(exchange);
+        if (!state().answers.isEmpty())
+            answer = state().answers.dequeue();
+        else
+            responder = state().responder;
+    }
+    if (responder) {
+        nuvMQClassifyMessage answered = responder(exchange.request);
+        answer.fails = false;
+        answered.convertToBase64(answer.text);
+    }
+    if (answer.fails) {
+        lastErrorText = answer.text;
+        return false;
+    }
+    return reply->convertFromBase64(answer.text);
+}
+
+bool ScriptedTransport::notSupported(const char *operation)
+{
+    lastErrorText = QStringLiteral("scripted transport: %1 is not supported")
+                        .arg(QLatin1String(operation));
+    return false;
+}
+
+bool ScriptedTransport::sendAsyncMessage(nuvMQMessage *, int)
+{
+    return notSupported("sendAsyncMessage");
+}
+
+bool ScriptedTransport::receiveMessage(nuvMQMessage *, qint64)
+{
+    return notSupported("receiveMessage");
+}
+
+bool ScriptedTransport::subscribeTopic(const QString &)
+{
+    return notSupported("subscribeTopic");
+}
+
+bool ScriptedTransport::unsubscribeTopic(const QString &)
+{
+    return notSupported("unsubscribeTopic");
+}
+
+bool ScriptedTransport::sendStream(const QString &, qint64)
+{
+    return notSupported("sendStream");
+}
+
+bool ScriptedTransport::receiveStream(const QString &, qint64)
+{
+    return notSupported("receiveStream");
+}
+
+void ScriptedTransport::setUserName(const QString &userName)
+{
+    record(QStringLiteral("setUserName ") + userName);
+}
+
+void ScriptedTransport::setClientId(const QString &clientId)
+{
+    record(QStringLiteral("setClientId ") + clientId);
+}
+
+bool ScriptedTransport::isConnected()
+{
+    return connected;
+}
+
+QString ScriptedTransport::getAuthToken()
+{
+    record(QStringLiteral("getAuthToken"));
+    QMutexLocker locker(&state().lock);
+    return state().authToken;
+}
+
+// Control
+
+void ScriptedTransport::reset()
+{
+    QMutexLocker locker(&state().lock);
+    state().answers.clear();
+    state().responder = nullptr;
+    state().connectRefusal.clear();
+    state().authToken = QStringLiteral("scripted-token");
+    state().exchanges.clear();
+    state().calls.clear();
+}
+
+void ScriptedTransport::queueReply(const nuvMQClassifyMessage &reply)
+{
+    nuvMQClassifyMessage copy(reply);
+    QString text;
+    copy.convertToBase64(text);
+    queueWireText(text);
+}
+
+void ScriptedTransport::queueFailure(const QString &lastErrorText)
+{
+    QMutexLocker locker(&state().lock);
+    state().answers.enqueue({ true, lastErrorText });
+}
+
+void ScriptedTransport::queueWireText(const QString &replyText)
+{
+    QMutexLocker locker(&state().lock);
+    state().answers.enqueue({ false, replyText });
+}
+
+void ScriptedTransport::setResponder(Responder responder)
+{
+    QMutexLocker locker(&state().lock);
+    state().responder = std::move(responder);
+}
+
+void ScriptedTransport::refuseConnect(const QString &lastErrorText)
+{
+    QMutexLocker locker(&state().lock);
+    state().connectRefusal = lastErrorText;
+}
+
+void ScriptedTransport::setAuthToken(const QString &token)
+{
+    QMutexLocker locker(&state().lock);
+    state().authToken = token;
+}
+
+QList<ScriptedExchange> ScriptedTransport::exchanges() const
+{
+    QMutexLocker locker(&state().lock);
+    return state().exchanges;
+}
+
+void ScriptedTransport::clearExchanges()
+{
+    QMutexLocker locker(&state().lock);
+    state().exchanges.clear();
+}
+
+QStringList ScriptedTransport::calls() const
+{
+    QMutexLocker locker(&state().lock);
+    return state().calls;
+}
+
+void ScriptedTransport::clearCalls()
+{
+    QMutexLocker locker(&state().lock);
+    state().calls.clear();
+}
+
+int ScriptedTransport::liveInstances() const
+{
+    QMutexLocker locker(&state().lock);
+    return state().live.size();
+}
+
+void ScriptedTransport::emitConnectionLost()
+{
+    QList<ScriptedTransport *> targets;
+    {
+        QMutexLocker locker(&state().lock);
+        targets = state().live.values();
+    }
+    for (ScriptedTransport *transport : targets)
+        emit transport->connectionLost();
+}
