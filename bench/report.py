@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Turns the benchmark programs' JSON output into one table: each figure
+next to its baseline measured in the same run, the ratio, and the targets."""
+import json
+import sys
+
+
+def load(path):
+    with open(path) as f:
+        return {b["name"]: b for b in json.load(f)["benchmarks"]
+                if b.get("run_type", "iteration") == "iteration"}
+
+
+def verdict(ok):
+    return "met" if ok else "NOT met"
+
+
+def client_overhead(results):
+    print("## Client overhead per command (plugin + echo transport vs bare wire work)\n")
+    print("| command | plugin ns/call | wire ns/call | ratio (target <= 1.5) | plugin allocs | wire allocs | extra allocs |")
+    print("|---|---|---|---|---|---|---|")
+    for name in ("getRoles", "getFolderStructure100"):
+        p, w = results.get(f"BM_{name}_plugin"), results.get(f"BM_{name}_wire")
+        if not p or not w:
+            continue
+        ratio = p["cpu_time"] / w["cpu_time"]
+        pa, wa = p.get("allocs_per_call", 0), w.get("allocs_per_call", 0)
+        print(f"| {name} | {p['cpu_time']:.0f} | {w['cpu_time']:.0f} | {ratio:.2f} ({verdict(ratio <= 1.5)}) "
+              f"| {pa:.0f} | {wa:.0f} | {pa - wa:.0f} |")
+    print()
+
+
+def payload_scaling(results, rss):
+    print("## Payload scaling (encode + decode of one message)\n")
+    print("| data payload | wire MB/s | base64 MB/s | memcpy MB/s | wire/base64 (target >= 0.5 from 1 MiB) | slope vs previous size | peak RSS per payload byte (target <= 8) |")
+    print("|---|---|---|---|---|---|---|")
+    previous = None
+    sizes = sorted({int(n.split("/")[1]) for n in results if n.startswith("BM_wire_data/")})
+    for size in sizes:
+        w = results[f"BM_wire_data/{size}"]
+        b = results[f"BM_base64_data/{size}"]
+        m = results[f"BM_memcpy_data/{size}"]
+        mbps = lambda r: r["bytes_per_second"] / 1e6
+        ratio = mbps(w) / mbps(b)
+        target = f"{ratio:.2f}" + (f" ({verdict(ratio >= 0.5)})" if size >= (1 << 20) else "")
+        slope = ""
+        if previous:
+            slope = f"{(w['cpu_time'] / previous[1]) / (size / previous[0]):.2f}"
+        per_byte = rss.get(size)
+        rss_text = f"{per_byte:.2f} ({verdict(per_byte <= 8)})" if per_byte is not None else "n/a"
+        print(f"| {size // 1024} KiB | {mbps(w):.0f} | {mbps(b):.0f} | {mbps(m):.0f} | {target} | {slope} | {rss_text} |")
+        previous = (size, w["cpu_time"])
+    print()
+    print("| dataList strings | wire us | us per string | slope vs previous count |")
+    print("|---|---|---|---|")
+    previous = None
+    counts = sorted({int(n.split("/")[1]) for n in results if n.startswith("BM_wire_list/")})
+    for count in counts:
+        r = results[f"BM_wire_list/{count}"]
+        slope = f"{(r['cpu_time'] / previous[1]) / (count / previous[0]):.2f}" if previous else ""
+        print(f"| {count} | {r['cpu_time']:.1f} | {r['cpu_time'] / count:.3f} | {slope} |")
+        previous = (count, r["cpu_time"])
+    print("\n(slope 1.00 = cost grows exactly linearly with size)\n")
+
+
+def main():
+    overhead = load(sys.argv[1])
+    scaling = load(sys.argv[2])
+    rss = {}
+    for line in open(sys.argv[3]):
+        line = line.strip()
+        if line:
+            entry = json.loads(line)
+            rss[entry["payload_bytes"]] = entry["per_payload_byte"]
+    client_overhead(overhead)
+    payload_scaling(scaling, rss)
+
+
+if __name__ == "__main__":
+    main()
