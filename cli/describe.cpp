@@ -1,0 +1,173 @@
+#include "describe.h"
+
+#include "options.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace nuvcli {
+
+namespace {
+
+QString directionName(Direction direction)
+{
+    switch (direction) {
+    case Direction::In:
+        return QStringLiteral("in");
+    case Direction::Out:
+        return QStringLiteral("out");
+    case Direction::InOut:
+        return QStringLiteral("inout");
+    }
+    return QString();
+}
+
+QString sessionNote(SessionUse use)
+{
+    switch (use) {
+    case SessionUse::LoggedIn:
+        return QStringLiteral("Logs in first.");
+    case SessionUse::ExpiredLoginIsEnough:
+        return QStringLiteral("Logs in first; a login refused for an expired password is enough.");
+    case SessionUse::None:
+        return QStringLiteral("Needs no login.");
+    case SessionUse::LogsIn:
+        return QStringLiteral("Is itself a login (embedded: host is the database file).");
+    case SessionUse::LogsOut:
+        return QStringLiteral("Ends the login; a later call logs in again.");
+    }
+    return QString();
+}
+
+QString slotNote(const Operation &operation)
+{
+    if (operation.index > 0)
+        return QStringLiteral("slot %1 of ClassifyInterface").arg(operation.index);
+    return QStringLiteral("invokable member beside ClassifyInterface");
+}
+
+void printOneHelp(QTextStream &out, const Operation &operation)
+{
+    out << operation.usage() << '\n';
+    out << "  " << operation.summary << '\n';
+    out << "  Declared as " << operation.cppSignature() << " (" << slotNote(operation) << ").\n";
+    bool anyArgument = false;
+    for (const Parameter &parameter : operation.parameters) {
+        if (parameter.direction == Direction::Out)
+            continue;
+        if (!anyArgument)
+            out << "  Arguments:\n";
+        anyArgument = true;
+        QString notes;
+        if (parameter.direction == Direction::InOut)
+            notes += QStringLiteral(", comes back changed");
+        if (parameter.optional)
+            notes += QStringLiteral(", may be left off (empty)");
+        out << "    " << parameter.name << ": " << kindSyntax(parameter.kind) << notes << '\n';
+    }
+    QStringList printed;
+    if (operation.result != Kind::Void)
+        printed.append(QStringLiteral("the result (%1)").arg(kindName(operation.result)));
+    for (const Parameter &parameter : operation.parameters)
+        if (parameter.direction != Direction::In)
+            printed.append(QStringLiteral("%1 (%2)").arg(parameter.name, kindName(parameter.kind)));
+    out << "  Prints: "
+        << (printed.isEmpty() ? QStringLiteral("nothing") : printed.join(QStringLiteral(", ")))
+        << ".\n";
+    out << "  " << describeFailure(operation.failure) << ' ' << sessionNote(operation.session)
+        << '\n';
+}
+
+} // namespace
+
+QJsonObject describeAsJson(const Operation &operation)
+{
+    QJsonArray parameters;
+    for (const Parameter &parameter : operation.parameters)
+        parameters.append(QJsonObject {
+            { QStringLiteral("name"), parameter.name },
+            { QStringLiteral("kind"), kindName(parameter.kind) },
+            { QStringLiteral("type"), parameter.cppType },
+            { QStringLiteral("direction"), directionName(parameter.direction) },
+            { QStringLiteral("optional"), parameter.optional },
+        });
+    QJsonObject object {
+        { QStringLiteral("name"), operation.name },
+        { QStringLiteral("parameters"), parameters },
+        { QStringLiteral("result"), kindName(operation.result) },
+        { QStringLiteral("resultType"), operation.resultCppType },
+        { QStringLiteral("signature"), operation.cppSignature() },
+        { QStringLiteral("usage"), operation.usage() },
+        { QStringLiteral("summary"), operation.summary },
+        { QStringLiteral("failure"), describeFailure(operation.failure) },
+        { QStringLiteral("needsLogin"),
+          operation.session == SessionUse::LoggedIn
+              || operation.session == SessionUse::ExpiredLoginIsEnough },
+    };
+    // Members beside the interface have no slot.
+    object.insert(QStringLiteral("slot"),
+                  operation.index > 0 ? QJsonValue(operation.index) : QJsonValue(QJsonValue::Null));
+    return object;
+}
+
+void printUsage(QTextStream &out)
+{
+    out << "Usage: nuvclassify [OPTIONS] OPERATION [ARGUMENTS...]\n"
+           "       nuvclassify [OPTIONS] --script FILE\n"
+           "       nuvclassify list | help [OPERATION]\n"
+           "       nuvclassify init --embedded FILE --admin NAME [--full-name TEXT]\n"
+           "\n"
+           "Calls the operations of the classify plugin by name, loading the plugin as a\n"
+           "host application does. Options go before the operation; everything after its\n"
+           "name is an argument. Arguments are written by kind: text as it is, lists as\n"
+           "JSON arrays ('[\"a\",\"b\"]'), byte arrays as @FILE or base64, bools as true or\n"
+           "false, numbers in decimal, date-times in ISO 8601. Overloads are told apart by\n"
+           "their number of arguments.\n"
+           "\n"
+           "Options:\n"
+        << optionsHelp()
+        << "\n"
+           "Exit status: 0 success, 1 a call or the login failed, 2 a usage mistake,\n"
+           "3 the plugin, transport or database is missing.\n";
+}
+
+void printOperationList(QTextStream &out, bool json)
+{
+    if (json) {
+        QJsonArray array;
+        for (const Operation &operation : operations())
+            array.append(describeAsJson(operation));
+        out << QJsonDocument(array).toJson(QJsonDocument::Compact) << '\n';
+        return;
+    }
+    for (const Operation &operation : operations()) {
+        const QString slot
+            = operation.index > 0 ? QString::number(operation.index) : QStringLiteral("-");
+        out << QStringLiteral("%1  %2  %3\n")
+                   .arg(slot, 3)
+                   .arg(operation.usage(), -48)
+                   .arg(operation.summary);
+    }
+}
+
+bool printOperationHelp(QTextStream &out, const QString &name, bool json)
+{
+    const QVector<const Operation *> forms = operationsNamed(name);
+    if (forms.isEmpty())
+        return false;
+    if (json) {
+        QJsonArray array;
+        for (const Operation *operation : forms)
+            array.append(describeAsJson(*operation));
+        out << QJsonDocument(array).toJson(QJsonDocument::Compact) << '\n';
+        return true;
+    }
+    for (int i = 0; i < forms.size(); ++i) {
+        if (i > 0)
+            out << '\n';
+        printOneHelp(out, *forms.at(i));
+    }
+    return true;
+}
+
+} // namespace nuvcli

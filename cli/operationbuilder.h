@@ -1,0 +1,203 @@
+#ifndef NUVCLI_OPERATIONBUILDER_H
+#define NUVCLI_OPERATIONBUILDER_H
+
+// Builds table rows from member-function pointers, so that a row's parameter
+// kinds, directions and C++ types come from the interface's own signature
+// and cannot drift from it. Only the operation table includes this.
+
+#include "classifyinterface.h"
+#include "operations.h"
+
+#include <QMetaObject>
+
+#include <initializer_list>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace nuvcli::build {
+
+// What the table needs to know of each C++ type the interface uses: its
+// kind, its spelling, and where a Value keeps it.
+template<typename T> struct TypeInfo;
+
+#define NUVCLI_TYPE(Type, KindName, Spelling, Member)                                              \
+    template<> struct TypeInfo<Type>                                                               \
+    {                                                                                              \
+        static constexpr Kind kind = Kind::KindName;                                               \
+        static const char *name() { return Spelling; }                                             \
+        static Type get(Value &value) { return value.Member; }                                     \
+        static auto &ref(Value &value) { return value.Member; }                                    \
+        static Value make(const Type &result)                                                      \
+        {                                                                                          \
+            Value value = Value::empty(kind);                                                      \
+            value.Member = result;                                                                 \
+            return value;                                                                          \
+        }                                                                                          \
+    };
+
+NUVCLI_TYPE(bool, Bool, "bool", flag)
+NUVCLI_TYPE(int, Int, "int", number)
+NUVCLI_TYPE(qint64, Int64, "qint64", number)
+NUVCLI_TYPE(QString, String, "QString", text)
+NUVCLI_TYPE(QStringList, StringList, "QStringList", list)
+// QStringList derives from QList<QString>, so one member serves both.
+NUVCLI_TYPE(QList<QString>, StringList, "QList<QString>", list)
+NUVCLI_TYPE(QByteArray, Bytes, "QByteArray", bytes)
+NUVCLI_TYPE(QList<QByteArray>, BytesList, "QList<QByteArray>", byteList)
+NUVCLI_TYPE(QDateTime, DateTime, "QDateTime", when)
+using StringPairs = QList<QPair<QString, QString>>;
+NUVCLI_TYPE(StringPairs, Pairs, "QList<QPair<QString, QString>>", pairs)
+#undef NUVCLI_TYPE
+
+// createInstance hands back a client that the caller owns. This tool keeps
+// working with its own session, so the new object is released at once and
+// only its existence is reported.
+template<> struct TypeInfo<ClassifyInterface *>
+{
+    static constexpr Kind kind = Kind::Client;
+    static const char *name() { return "ClassifyInterface *"; }
+    static Value make(ClassifyInterface *client)
+    {
+        Value value = Value::empty(kind);
+        value.flag = client != nullptr;
+        delete client;
+        return value;
+    }
+};
+
+template<typename P> using Bare = std::remove_cv_t<std::remove_reference_t<P>>;
+
+// A non-const reference is an out-parameter (or in-out, as the row says).
+template<typename P>
+constexpr bool isOut
+    = std::is_lvalue_reference_v<P> && !std::is_const_v<std::remove_reference_t<P>>;
+
+template<typename P> decltype(auto) pass(Value &value)
+{
+    if constexpr (isOut<P>)
+        return TypeInfo<Bare<P>>::ref(value);
+    else
+        return TypeInfo<Bare<P>>::get(value);
+}
+
+template<typename P> QString spelledType()
+{
+    const QString name = QString::fromLatin1(TypeInfo<Bare<P>>::name());
+    if (isOut<P>)
+        return name + QStringLiteral(" &");
+    if (std::is_reference_v<P>)
+        return QStringLiteral("const ") + name + QStringLiteral(" &");
+    return name;
+}
+
+// A row's parameter name may carry two marks: a leading '+' makes a
+// reference parameter in-out (its value is read from the command line and
+// sent), a trailing '?' lets it be left off the end of the command line.
+template<typename P> Parameter parameterOf(const char *spelled)
+{
+    Parameter parameter;
+    QString name = QString::fromLatin1(spelled);
+    parameter.optional = name.endsWith(QLatin1Char('?'));
+    if (parameter.optional)
+        name.chop(1);
+    const bool inOut = name.startsWith(QLatin1Char('+'));
+    if (inOut)
+        name.remove(0, 1);
+    parameter.name = name;
+    parameter.kind = TypeInfo<Bare<P>>::kind;
+    parameter.cppType = spelledType<P>();
+    parameter.direction = !isOut<P> ? Direction::In : inOut ? Direction::InOut : Direction::Out;
+    return parameter;
+}
+
+template<typename R, typename... P, std::size_t... I>
+Operation describe(int index, const char *name, std::initializer_list<const char *> names,
+                   Failure failure, SessionUse session, const char *summary,
+                   std::index_sequence<I...>)
+{
+    if (names.size() != sizeof...(P))
+        qFatal("operation table: %s names %d parameters, its signature has %d", name,
+               int(names.size()), int(sizeof...(P)));
+    Operation operation;
+    operation.index = index;
+    operation.name = QString::fromLatin1(name);
+    const char *const *spelled = names.begin();
+    (operation.parameters.append(parameterOf<P>(spelled[I])), ...);
+    (void)spelled;
+    if constexpr (std::is_void_v<R>) {
+        operation.result = Kind::Void;
+        operation.resultCppType = QStringLiteral("void");
+    } else {
+        operation.result = TypeInfo<R>::kind;
+        operation.resultCppType = QString::fromLatin1(TypeInfo<R>::name());
+    }
+    operation.failure = failure;
+    operation.session = session;
+    operation.summary = QString::fromUtf8(summary);
+    return operation;
+}
+
+template<typename R, typename... P, std::size_t... I>
+Value invoke(R (ClassifyInterface::*method)(P...), CallContext &context, std::index_sequence<I...>)
+{
+    std::vector<Value> &arguments = context.arguments;
+    (void)arguments;
+    if constexpr (std::is_void_v<R>) {
+        (context.client.*method)(pass<P>(arguments[I])...);
+        return Value::empty(Kind::Void);
+    } else {
+        return TypeInfo<R>::make((context.client.*method)(pass<P>(arguments[I])...));
+    }
+}
+
+// A row for an operation of ClassifyInterface.
+template<typename R, typename... P>
+Operation op(int index, const char *name, R (ClassifyInterface::*method)(P...),
+             std::initializer_list<const char *> names, Failure failure, const char *summary,
+             SessionUse session = SessionUse::LoggedIn)
+{
+    Operation operation = describe<R, P...>(index, name, names, failure, session, summary,
+                                            std::index_sequence_for<P...>());
+    operation.call = [method](CallContext &context) {
+        return invoke(method, context, std::index_sequence_for<P...>());
+    };
+    return operation;
+}
+
+template<typename R, typename... P, std::size_t... I>
+Value invokeByName(const QByteArray &method, CallContext &context, std::index_sequence<I...>)
+{
+    std::tuple<P...> values { TypeInfo<P>::get(context.arguments[I])... };
+    R result {};
+    const bool called
+        = QMetaObject::invokeMethod(&context.object, method.constData(), Qt::DirectConnection,
+                                    QReturnArgument<R>(TypeInfo<R>::name(), result),
+                                    QArgument<P>(TypeInfo<P>::name(), std::get<I>(values))...);
+    if (!called)
+        context.hostError
+            = QStringLiteral("the loaded plugin has no invokable %1(%2)")
+                  .arg(QString::fromLatin1(method),
+                       QStringList { QString::fromLatin1(TypeInfo<P>::name())... }.join(
+                           QLatin1Char(',')));
+    return TypeInfo<R>::make(result);
+}
+
+// A row for an invokable member beside the interface, reached through the
+// meta-object as any host reaches it. The signature is given as template
+// arguments: invokable<bool, QString, QStringList>(...).
+template<typename R, typename... P>
+Operation invokable(const char *name, std::initializer_list<const char *> names, Failure failure,
+                    const char *summary)
+{
+    Operation operation = describe<R, P...>(0, name, names, failure, SessionUse::LoggedIn, summary,
+                                            std::index_sequence_for<P...>());
+    operation.call = [method = QByteArray(name)](CallContext &context) {
+        return invokeByName<R, P...>(method, context, std::index_sequence_for<P...>());
+    };
+    return operation;
+}
+
+} // namespace nuvcli::build
+
+#endif // NUVCLI_OPERATIONBUILDER_H

@@ -1,0 +1,207 @@
+#include "options.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+namespace nuvcli {
+
+namespace {
+
+const QString transportFile = QStringLiteral("libnuvactivemqclient.so");
+
+// The first candidate that exists, else the last one (so that an error
+// names the build-tree location).
+QString firstExisting(const QStringList &candidates, const QString &probe = QString())
+{
+    for (const QString &candidate : candidates)
+        if (QFileInfo::exists(probe.isEmpty() ? candidate : candidate + QLatin1Char('/') + probe))
+            return QDir::cleanPath(candidate);
+    return QDir::cleanPath(candidates.last());
+}
+
+QList<QCommandLineOption> optionList()
+{
+    return {
+        { QStringLiteral("plugin"), QStringLiteral("The classify plugin to load."),
+          QStringLiteral("FILE") },
+        { QStringLiteral("embedded"),
+          QStringLiteral("Work on this database file in-process (the default, with %1).")
+              .arg(defaultDatabase()),
+          QStringLiteral("FILE") },
+        { QStringLiteral("broker"),
+          QStringLiteral("Talk to a server through the STOMP broker at HOST:PORT."),
+          QStringLiteral("HOST:PORT") },
+        { QStringLiteral("transport-dir"),
+          QStringLiteral("Load the transport plugin from DIR instead."), QStringLiteral("DIR") },
+        { QStringLiteral("user"), QStringLiteral("Log in as NAME (else NUV_USER, else a prompt)."),
+          QStringLiteral("NAME") },
+        { QStringLiteral("password"),
+          QStringLiteral("The password (else NUV_PASSWORD, else a prompt without echo)."),
+          QStringLiteral("TEXT") },
+        { QStringLiteral("archive"), QStringLiteral("Select this archive after the login."),
+          QStringLiteral("NAME") },
+        { QStringLiteral("json"), QStringLiteral("Print one JSON object per call and event.") },
+        { QStringLiteral("script"),
+          QStringLiteral("Run one call per line of FILE ('-': standard input) in one session."),
+          QStringLiteral("FILE") },
+        { QStringLiteral("keep-going"),
+          QStringLiteral("In a script, go on after a failed call (exit status 1 at the end).") },
+        { QStringLiteral("admin"), QStringLiteral("init: the first administrator's user name."),
+          QStringLiteral("NAME") },
+        { QStringLiteral("full-name"), QStringLiteral("init: the administrator's full name."),
+          QStringLiteral("TEXT") },
+        { { QStringLiteral("h"), QStringLiteral("help") }, QStringLiteral("Show this help.") },
+        { QStringLiteral("version"), QStringLiteral("Show the version.") },
+    };
+}
+
+bool parseBroker(const QString &text, Options *options, QString *error)
+{
+    QString host = text;
+    QString port;
+    const int colon = text.lastIndexOf(QLatin1Char(':'));
+    // "[::1]:61613" and "host:61613"; a bare IPv6 address has no port.
+    if (colon > 0
+        && (text.count(QLatin1Char(':')) == 1 || text.at(colon - 1) == QLatin1Char(']'))) {
+        host = text.left(colon);
+        port = text.mid(colon + 1);
+    }
+    if (host.startsWith(QLatin1Char('[')) && host.endsWith(QLatin1Char(']')))
+        host = host.mid(1, host.size() - 2);
+    if (host.isEmpty()) {
+        *error = QStringLiteral("--broker needs HOST:PORT, got '%1'").arg(text);
+        return false;
+    }
+    options->brokerHost = host;
+    if (!port.isNull()) {
+        bool ok = false;
+        options->brokerPort = port.toInt(&ok);
+        if (!ok || options->brokerPort < 1 || options->brokerPort > 65535) {
+            *error = QStringLiteral("--broker: '%1' is not a port number (1-65535)").arg(port);
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+QString defaultPluginFile()
+{
+    const QString appDir = QCoreApplication::applicationDirPath();
+    return firstExisting({ appDir + QStringLiteral("/libnuvclassifyclient.so"),
+                           appDir + QStringLiteral("/../plugins/libnuvclassifyclient.so"),
+                           QStringLiteral(NUV_CLI_BUILD_PLUGIN_FILE) });
+}
+
+QString defaultTransportDir(TransportMode mode)
+{
+    const QString appDir = QCoreApplication::applicationDirPath();
+    if (mode == TransportMode::Embedded)
+        return firstExisting(
+            { appDir + QStringLiteral("/../embedded"), QStringLiteral(NUV_CLI_BUILD_EMBEDDED_DIR) },
+            transportFile);
+    return firstExisting({ appDir + QStringLiteral("/../plugins"), appDir,
+                           QStringLiteral(NUV_CLI_BUILD_PLUGIN_DIR) },
+                         transportFile);
+}
+
+QString defaultDatabase()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+        + QStringLiteral("/nuvclassify/nuvclassify.db");
+}
+
+bool parseOptions(const QStringList &arguments, const QProcessEnvironment &environment,
+                  Options *options, QString *error)
+{
+    QCommandLineParser parser;
+    parser.addOptions(optionList());
+    // Everything after the operation's name is its argument, even "-5".
+    parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsPositionalArguments);
+    if (!parser.parse(arguments)) {
+        *error = parser.errorText();
+        return false;
+    }
+    if (parser.positionalArguments().value(0) == QLatin1String("init")) {
+        // init takes no arguments, only options, and they may follow it.
+        parser.setOptionsAfterPositionalArgumentsMode(QCommandLineParser::ParseAsOptions);
+        if (!parser.parse(arguments)) {
+            *error = parser.errorText();
+            return false;
+        }
+    }
+
+    options->words = parser.positionalArguments();
+    options->help = parser.isSet(QStringLiteral("help"));
+    options->version = parser.isSet(QStringLiteral("version"));
+    options->json = parser.isSet(QStringLiteral("json"));
+    options->keepGoing = parser.isSet(QStringLiteral("keep-going"));
+    options->scriptFile = parser.value(QStringLiteral("script"));
+    options->archive = parser.value(QStringLiteral("archive"));
+    options->admin = parser.value(QStringLiteral("admin"));
+    options->fullName = parser.value(QStringLiteral("full-name"));
+
+    const bool embedded = parser.isSet(QStringLiteral("embedded"));
+    const bool broker = parser.isSet(QStringLiteral("broker"));
+    if (embedded && broker) {
+        *error = QStringLiteral("give either --embedded or --broker, not both");
+        return false;
+    }
+    if (broker) {
+        options->mode = TransportMode::Broker;
+        if (!parseBroker(parser.value(QStringLiteral("broker")), options, error))
+            return false;
+    } else {
+        options->mode = TransportMode::Embedded;
+        options->database = embedded ? parser.value(QStringLiteral("embedded")) : defaultDatabase();
+        if (options->database.isEmpty()) {
+            *error = QStringLiteral("--embedded needs a database file");
+            return false;
+        }
+    }
+
+    options->pluginFile = parser.isSet(QStringLiteral("plugin"))
+        ? parser.value(QStringLiteral("plugin"))
+        : defaultPluginFile();
+    options->transportDir = parser.isSet(QStringLiteral("transport-dir"))
+        ? parser.value(QStringLiteral("transport-dir"))
+        : defaultTransportDir(options->mode);
+
+    // Whether a credential was given at all is kept apart from its text, so
+    // that an empty password can be given on purpose.
+    const auto credential = [&](const QString &option, const QString &variable, QString *value) {
+        if (parser.isSet(option))
+            *value = parser.value(option);
+        else if (environment.contains(variable))
+            *value = environment.value(variable);
+        else
+            return false;
+        return true;
+    };
+    options->hasUser
+        = credential(QStringLiteral("user"), QStringLiteral("NUV_USER"), &options->user);
+    options->hasPassword = credential(QStringLiteral("password"), QStringLiteral("NUV_PASSWORD"),
+                                      &options->password);
+    return true;
+}
+
+QString optionsHelp()
+{
+    QString text;
+    for (const QCommandLineOption &option : optionList()) {
+        QStringList names;
+        for (const QString &name : option.names())
+            names.append(name.size() == 1 ? QLatin1Char('-') + name : QStringLiteral("--") + name);
+        QString left = names.join(QStringLiteral(", "));
+        if (!option.valueName().isEmpty())
+            left += QLatin1Char(' ') + option.valueName();
+        text += QStringLiteral("  %1  %2\n").arg(left, -24).arg(option.description());
+    }
+    return text;
+}
+
+} // namespace nuvcli
