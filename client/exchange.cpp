@@ -4,26 +4,40 @@
 
 #include "nuvmqclientinterface.h"
 
+#include <QThread>
+
 namespace {
 // The kind and the trailing arguments of every classify message; their
 // meaning belongs to the transport.
 constexpr int classifyMessageKind = 1001;
+
+// What an exchange that got no answer gives back: the status every reply
+// test fails on, with the reason as error text.
+NuvKespClassifyBlock failedExchange(const QString &why)
+{
+    NuvKespClassifyBlock result;
+    result.command = QStringLiteral("ERROR");
+    result.errorText = why;
+    return result;
+}
 } // namespace
 
 NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock block, int timeout)
 {
+    // An operation called before any login has nothing to send through;
+    // report it like any other transport failure instead of crashing.
+    if (!mqClient)
+        return failedExchange(tr("Not connected: call connectToNuvKESP() before any command."));
+    const Qt::HANDLE self = QThread::currentThreadId();
+    if (exchangingThread.load() == self)
+        return failedExchange(tr("A command was sent from within the transport's own call; "
+                                 "it is refused so as not to wait on itself."));
+
     NuvKespClassifyBlock result;
-    if (!mqClient) {
-        // An operation called before any login has nothing to send through;
-        // report it like any other transport failure instead of crashing.
-        result.command = QStringLiteral("ERROR");
-        result.errorText = tr("Not connected: call connectToNuvKESP() before any command.");
-        return result;
-    }
     {
-        QMutexLocker exchangeLocker(&exchangeLock);
+        nuv::MutexLocker exchangeLocker(&exchangeLock);
         {
-            QMutexLocker stateLocker(&stateLock);
+            nuv::MutexLocker stateLocker(&stateLock);
             requestMessage.setUpdateString(updateString);
             requestMessage.setCurrentArchive(currentArchive);
         }
@@ -34,12 +48,13 @@ NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock blo
         requestMessage.setAvailablePlugins(block.availablePlugins);
         requestMessage.setData(block.data);
 
-        if (!mqClient->sendSyncMessage(&requestMessage, &replyMessage, classifyMessageKind,
-                                       qint64(timeout), 0, QString(), nullptr)) {
-            result.command = QStringLiteral("ERROR");
-            result.errorText = mqClient->lastErrorText;
-            return result;
-        }
+        exchangingThread.store(self);
+        const bool answered
+            = mqClient->sendSyncMessage(&requestMessage, &replyMessage, classifyMessageKind,
+                                        qint64(timeout), 0, QString(), nullptr);
+        exchangingThread.store(nullptr);
+        if (!answered)
+            return failedExchange(mqClient->lastErrorText);
         result.command = replyMessage.command;
         result.docId = replyMessage.getDocId();
         result.updateString = replyMessage.getUpdateString();
@@ -54,7 +69,7 @@ NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock blo
     // may run any operation that does not take the operation lock.
     if (result.updateRequested)
         emit serverRequest(QStringLiteral("DORELOADALL"));
-    QMutexLocker stateLocker(&stateLock);
+    nuv::MutexLocker stateLocker(&stateLock);
     updateString = result.updateString;
     return result;
 }

@@ -1,8 +1,8 @@
 // Connection, login and disconnection.
 
 #include "nuvclassifyclient.h"
-
 #include "nuvmqclientinterface.h"
+#include "records.h"
 
 bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, QString pass)
 {
@@ -12,7 +12,7 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
 bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, QString pass,
                                          QString loginExtra)
 {
-    QMutexLocker locker(mutex);
+    nuv::MutexLocker locker(mutex);
 
     // Kept even when the login fails, so a host can show what was tried.
     username = user;
@@ -40,12 +40,16 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
     // refuses the login.
     if (!reply.command.contains(QLatin1String("ERROR"))) {
         if (!reply.data.isEmpty()
-            && QString::fromUtf8(reply.data.first()) != QLatin1String(clientVersion)) {
-            setLastError(tr("The server and client versions do not match. Please update server "
-                            "and client to the same version."));
+            && nuv::textFromBytes(reply.data.first()) != QLatin1String(clientVersion)) {
+            const QString mismatch = tr("The server and client versions do not match. Please "
+                                        "update server and client to the same version.");
+            setLastError(mismatch);
             // Both take no operation lock, which is what makes this safe.
             closeSession();
             disconnectFromNuvKESP();
+            // A server that also refuses to close the session must not hide
+            // the reason the host has to act on.
+            setLastError(mismatch);
             return false;
         }
         disconnected = false;

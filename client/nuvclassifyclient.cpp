@@ -32,7 +32,7 @@ void NuvClassifyClient::emitDisconnected()
 
 void NuvClassifyClient::setLastError(const QString &text)
 {
-    QMutexLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     lastError = text;
 }
 
@@ -62,7 +62,7 @@ QString NuvClassifyClient::getPluginInfo()
 
 QString NuvClassifyClient::errorString()
 {
-    QMutexLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     return lastError;
 }
 
@@ -73,7 +73,7 @@ QString NuvClassifyClient::getLastError()
 
 QString NuvClassifyClient::getCurrentArchive()
 {
-    QMutexLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     return currentArchive;
 }
 

@@ -3,11 +3,13 @@
 
 #include "classifyinterface.h"
 #include "command.h"
+#include "mutexlocker.h"
 #include "nuvkespclassifyblock.h"
 #include "nuvmqclassifymessage.h"
 
 #include <QMutex>
-#include <QMutexLocker>
+
+#include <atomic>
 
 class nuvMQClientInterface;
 
@@ -39,8 +41,8 @@ public:
     bool delUsers(QStringList users, QString context) override;
     bool changeUserPassAdmin(QString user, QString newPassword) override;
     bool changeUserPass(QString oldPassword, QString newPassword) override;
-    bool changeExpiredPass(QString user, QString oldPassword, QString newPassword,
-                           QString unused, int unusedNumber) override;
+    bool changeExpiredPass(QString user, QString oldPassword, QString newPassword, QString unused,
+                           int unusedNumber) override;
     bool updateUsers(QStringList users) override;
     QStringList getDocuments(QStringList documents) override;
     bool connectToNuvKESP(QString host, int port, QString user, QString pass) override;
@@ -63,8 +65,7 @@ public:
     bool classify(QString &docId, QStringList values) override;
     bool classifyTemporary(QString &docId, QStringList values) override;
     bool newClassify(qint64 documentNumber, QString first, QString second) override;
-    bool newClassifyTemp(qint64 documentNumber, QString first, QString second,
-                         int number) override;
+    bool newClassifyTemp(qint64 documentNumber, QString first, QString second, int number) override;
     int getClassifyTemp(qint64 &id, QStringList &values, QStringList &texts) override;
     bool deleteClassifyTemp(qint64 id) override;
     bool getArchives(QStringList &archives) override;
@@ -112,8 +113,7 @@ public:
     QStringList getWerteListe(int list) override;
     bool modifyDynattribute(QStringList values) override;
     bool multipleClassify(QString &docId, QStringList values) override;
-    bool newClassify(qint64 documentNumber, QString first, QString second,
-                     QString folder) override;
+    bool newClassify(qint64 documentNumber, QString first, QString second, QString folder) override;
     bool moveDocumentsToTrash(QStringList documents) override;
     bool removeDocumentsFromTrash(QStringList documents) override;
     bool getUserRole(QString &role) override;
@@ -125,8 +125,8 @@ public:
     bool saveUserData(const QString &key1, const QString &key2, const QByteArray &first,
                       QByteArray second, bool flag) override;
     bool deleteUserData(const QString &key1, const QString &key2) override;
-    bool loadUserData(const QString &key, QList<QString> &names,
-                      QList<QByteArray> &firsts, QList<QByteArray> &seconds) override;
+    bool loadUserData(const QString &key, QList<QString> &names, QList<QByteArray> &firsts,
+                      QList<QByteArray> &seconds) override;
     bool loadUserData(const QString &key1, const QString &key2, QByteArray &first,
                       QByteArray &second) override;
     bool moveDocToArchive(qint64 documentNumber, int archive) override;
@@ -208,7 +208,7 @@ private:
     Result perform(const nuv::Command &command, NuvKespClassifyBlock request, Result failure,
                    OnSuccess onSuccess)
     {
-        QMutexLocker locker(command.locked ? mutex : nullptr);
+        nuv::MutexLocker locker(command.locked ? mutex : nullptr);
         NuvKespClassifyBlock reply;
         if (!exchange(command, std::move(request), reply))
             return failure;
@@ -253,14 +253,19 @@ private:
     QString updateString;
     QString cfId;
 
-    // Two short locks of our own. `exchangeLock` keeps the shared request and
-    // reply messages consistent while a transport call is under way, so that
-    // the operations that skip `mutex` cannot interleave on them; it is never
-    // held while a signal is emitted. `stateLock` guards the session members
-    // that such operations write (last error, archive, update marker) for the
-    // few instructions a copy takes.
+    // Two short locks of our own, taken through nuv::MutexLocker.
+    // `exchangeLock` keeps the shared request and reply messages consistent
+    // while a transport call is under way, so that the operations that skip
+    // `mutex` cannot interleave on them; it is never held while a signal is
+    // emitted. `stateLock` guards the session members that such operations
+    // write (last error, archive, update marker) for the few instructions a
+    // copy takes.
     QMutex exchangeLock;
     mutable QMutex stateLock;
+    // The thread inside a transport call, if any. The transport may reach
+    // the client from within that call (connectionLost delivered directly);
+    // an exchange started from there would wait on `exchangeLock` for ever.
+    std::atomic<Qt::HANDLE> exchangingThread { nullptr };
 };
 
 #endif // NUVCLASSIFYCLIENT_H

@@ -1,8 +1,9 @@
 #include "scriptedtransport.h"
 
-#include <QMutex>
 #include <QQueue>
 #include <QSet>
+
+#include <mutex>
 
 namespace {
 
@@ -14,9 +15,11 @@ struct ScriptedAnswer
 
 // Shared by every object of this plugin, so that a test reaches the
 // transport a client created for itself through the plugin's root object.
+// A standard mutex: a ThreadSanitizer build sees the order it gives, which
+// it cannot for QMutex, whose locking lives in uninstrumented Qt code.
 struct ScriptState
 {
-    mutable QMutex lock;
+    mutable std::mutex lock;
     QQueue<ScriptedAnswer> answers;
     ScriptedTransportControl::Responder responder;
     QString connectRefusal;
@@ -28,13 +31,15 @@ struct ScriptState
 
 ScriptState &state()
 {
-    static ScriptState s;
-    return s;
+    // Never destroyed: Qt deletes the plugin's root object only after the
+    // statics of this library are gone, and its destructor still looks here.
+    static ScriptState *s = new ScriptState;
+    return *s;
 }
 
 void record(const QString &call)
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().calls.append(call);
 }
 
@@ -46,7 +51,7 @@ ScriptedTransport::~ScriptedTransport()
 {
     // Only the objects handed out by createInstance() count; the plugin's
     // root object lives until the process ends.
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     if (state().live.remove(this))
         state().calls.append(QStringLiteral("destroyed"));
 }
@@ -54,7 +59,7 @@ ScriptedTransport::~ScriptedTransport()
 nuvMQClientInterface *ScriptedTransport::createInstance()
 {
     auto *transport = new ScriptedTransport;
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().calls.append(QStringLiteral("createInstance"));
     state().live.insert(transport);
     return transport;
@@ -63,7 +68,7 @@ nuvMQClientInterface *ScriptedTransport::createInstance()
 bool ScriptedTransport::connectToBroker(const QString &host, const qint64 &port)
 {
     record(QStringLiteral("connectToBroker %1 %2").arg(host).arg(port));
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     if (!state().connectRefusal.isEmpty()) {
         lastErrorText = state().connectRefusal;
         return false;
@@ -94,7 +99,7 @@ bool ScriptedTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
     ScriptedAnswer answer { true, QStringLiteral("scripted transport: no reply queued") };
     ScriptedTransportControl::Responder responder;
     {
-        QMutexLocker locker(&state().lock);
+        const std::lock_guard<std::mutex> locker(state().lock);
         state().calls.append(QStringLiteral("sendSyncMessage ") + exchange.request.command);
         state().exchanges.append(exchange);
         if (!state().answers.isEmpty())
@@ -169,7 +174,7 @@ bool ScriptedTransport::isConnected()
 QString ScriptedTransport::getAuthToken()
 {
     record(QStringLiteral("getAuthToken"));
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     return state().authToken;
 }
 
@@ -177,7 +182,7 @@ QString ScriptedTransport::getAuthToken()
 
 void ScriptedTransport::reset()
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().answers.clear();
     state().responder = nullptr;
     state().connectRefusal.clear();
@@ -196,61 +201,61 @@ void ScriptedTransport::queueReply(const nuvMQClassifyMessage &reply)
 
 void ScriptedTransport::queueFailure(const QString &lastErrorText)
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().answers.enqueue({ true, lastErrorText });
 }
 
 void ScriptedTransport::queueWireText(const QString &replyText)
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().answers.enqueue({ false, replyText });
 }
 
 void ScriptedTransport::setResponder(Responder responder)
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().responder = std::move(responder);
 }
 
 void ScriptedTransport::refuseConnect(const QString &lastErrorText)
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().connectRefusal = lastErrorText;
 }
 
 void ScriptedTransport::setAuthToken(const QString &token)
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().authToken = token;
 }
 
 QList<ScriptedExchange> ScriptedTransport::exchanges() const
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     return state().exchanges;
 }
 
 void ScriptedTransport::clearExchanges()
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().exchanges.clear();
 }
 
 QStringList ScriptedTransport::calls() const
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     return state().calls;
 }
 
 void ScriptedTransport::clearCalls()
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     state().calls.clear();
 }
 
 int ScriptedTransport::liveInstances() const
 {
-    QMutexLocker locker(&state().lock);
+    const std::lock_guard<std::mutex> locker(state().lock);
     return state().live.size();
 }
 
@@ -258,7 +263,7 @@ void ScriptedTransport::emitConnectionLost()
 {
     QList<ScriptedTransport *> targets;
     {
-        QMutexLocker locker(&state().lock);
+        const std::lock_guard<std::mutex> locker(state().lock);
         targets = state().live.values();
     }
     for (ScriptedTransport *transport : targets)

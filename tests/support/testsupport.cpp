@@ -1,7 +1,12 @@
 #include "testsupport.h"
 
+#include <QCoreApplication>
+#include <QFile>
 #include <QPluginLoader>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include <functional>
 
 namespace testsupport {
 
@@ -47,13 +52,18 @@ ClientPtr loggedInClient()
 {
     scripted()->reset();
     ClientPtr client = newClient();
-    answer(Reply(QStringLiteral("OK")).data({ QByteArrayLiteral("18.09-5") }));
-    if (!client->connectToNuvKESP(QStringLiteral("localhost"), 61613, QStringLiteral("user"),
-                                  QStringLiteral("secret")))
+    if (!logIn(client.get()))
         qFatal("scripted login failed: %s", qPrintable(client->errorString()));
     scripted()->clearExchanges();
     scripted()->clearCalls();
     return client;
+}
+
+bool logIn(ClassifyInterface *client)
+{
+    answer(Reply(QStringLiteral("OK")).data({ QByteArrayLiteral("18.09-5") }));
+    return client->connectToNuvKESP(QStringLiteral("localhost"), 61613, QStringLiteral("user"),
+                                    QStringLiteral("secret"));
 }
 
 Reply::Reply(const QString &status)
@@ -125,6 +135,64 @@ int exchangeCount()
 QString joined(const QStringList &parts)
 {
     return parts.join(QChar(0xFEFF));
+}
+
+ClientPtr clientWithPluginPath(const QString &pluginPath)
+{
+    return ClientPtr(classifyRoot()->createInstance(pluginPath));
+}
+
+namespace {
+// Puts a file named like the transport plugin into `dir`.
+QString transportNamedDir(const QTemporaryDir &dir,
+                          const std::function<bool(const QString &file)> &place)
+{
+    const QString file = dir.path() + QStringLiteral("/libnuvactivemqclient.so");
+    if (!dir.isValid() || !place(file))
+        qFatal("cannot prepare %s", qPrintable(file));
+    return dir.path();
+}
+} // namespace
+
+QString nonTransportPluginDir()
+{
+    static const QTemporaryDir dir;
+    static const QString path = transportNamedDir(
+        dir, [](const QString &file) { return QFile::copy(classifyPluginFile(), file); });
+    return path;
+}
+
+QString brokenTransportDir()
+{
+    static const QTemporaryDir dir;
+    static const QString path = transportNamedDir(dir, [](const QString &file) {
+        QFile out(file);
+        return out.open(QIODevice::WriteOnly) && out.write("this is no shared library\n") > 0;
+    });
+    return path;
+}
+
+QString transportLoadFailure(const QString &completedPluginPath)
+{
+    QPluginLoader probe(completedPluginPath + QStringLiteral("libnuvactivemqclient.so"));
+    if (probe.load())
+        qFatal("a transport loads from %s", qPrintable(completedPluginPath));
+    return QStringLiteral("Das nuvMQPlugin konnte nicht geladen werden! ActiveMQ: ")
+        + probe.errorString() + QLatin1Char(' ') + completedPluginPath;
+}
+
+LibraryPathsGuard::LibraryPathsGuard()
+    : saved(QCoreApplication::libraryPaths())
+{ }
+
+LibraryPathsGuard::~LibraryPathsGuard()
+{
+    restore();
+}
+
+void LibraryPathsGuard::restore()
+{
+    QCoreApplication::setLibraryPaths(saved);
 }
 
 } // namespace testsupport

@@ -60,6 +60,42 @@ int exchangeCount();
 // A QStringList of one entry per argument joined by U+FEFF, for records.
 QString joined(const QStringList &parts);
 
+// Answers the next "CFLOGIN" with a matching version and logs `client` in
+// as "user" / "secret" at localhost:61613; false when the login failed.
+bool logIn(ClassifyInterface *client);
+
+// A new client from the root's createInstance(pluginPath); nothing is
+// loaded or sent yet.
+ClientPtr clientWithPluginPath(const QString &pluginPath);
+
+// Directories that hold a file named like the transport plugin which is
+// not one: a copy of the classify plugin (a Qt plugin, but no transport),
+// and a file that is no library at all. Both live until the process ends.
+QString nonTransportPluginDir();
+QString brokenTransportDir();
+
+// The last error of a login that found no loadable transport, the plugin
+// path completed to end in a separator; Qt's own words on the failed load
+// are taken from a loader of its own.
+QString transportLoadFailure(const QString &completedPluginPath);
+
+// Remembers the library search path as it was when made, and puts it back
+// on restore() and when it goes: loading a transport adds its directory for
+// the rest of the process, and a later load by bare file name would find the
+// transport there.
+class LibraryPathsGuard
+{
+public:
+    LibraryPathsGuard();
+    ~LibraryPathsGuard();
+    LibraryPathsGuard(const LibraryPathsGuard &) = delete;
+    LibraryPathsGuard &operator=(const LibraryPathsGuard &) = delete;
+    void restore();
+
+private:
+    QStringList saved;
+};
+
 } // namespace testsupport
 
 #endif // TESTSUPPORT_H

@@ -1,0 +1,59 @@
+#ifndef NUV_MUTEXLOCKER_H
+#define NUV_MUTEXLOCKER_H
+
+#include <QMutex>
+
+#if defined(__SANITIZE_THREAD__)
+#define NUV_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define NUV_THREAD_SANITIZER 1
+#endif
+#endif
+#ifdef NUV_THREAD_SANITIZER
+#include <sanitizer/tsan_interface.h>
+#endif
+
+namespace nuv {
+
+// Holds a QMutex for one scope; a null mutex is not locked. QMutex locks and
+// unlocks inside Qt's library, which a ThreadSanitizer build does not
+// instrument, so there the order the lock gives is stated explicitly.
+class MutexLocker
+{
+public:
+    explicit MutexLocker(QMutex *mutex)
+        : held(mutex)
+    {
+        if (!held)
+            return;
+        held->lock();
+#ifdef NUV_THREAD_SANITIZER
+        __tsan_acquire(held);
+#endif
+    }
+    ~MutexLocker()
+    {
+        unlock();
+    }
+    MutexLocker(const MutexLocker &) = delete;
+    MutexLocker &operator=(const MutexLocker &) = delete;
+
+    void unlock()
+    {
+        if (!held)
+            return;
+#ifdef NUV_THREAD_SANITIZER
+        __tsan_release(held);
+#endif
+        held->unlock();
+        held = nullptr;
+    }
+
+private:
+    QMutex *held;
+};
+
+} // namespace nuv
+
+#endif // NUV_MUTEXLOCKER_H
