@@ -22,8 +22,8 @@ bool NuvClassifyClient::getIndexerInfos(QStringList &infos)
 
 QList<QByteArray> NuvClassifyClient::getScanInputProcessImage(const QString &process)
 {
-    return perform(Command("CFGETSCANINPUTIMAGE").unlocked(), fields(process),
-                   QList<QByteArray>(), [](const NuvKespClassifyBlock &reply) { return reply.data; });
+    return perform(Command("CFGETSCANINPUTIMAGE").unlocked(), fields(process), QList<QByteArray>(),
+                   [](const NuvKespClassifyBlock &reply) { return reply.data; });
 }
 
 QStringList NuvClassifyClient::getScanInputProcessList()
@@ -114,24 +114,22 @@ bool NuvClassifyClient::passThrough(const nuv::Command &command, const QString &
                                     QList<QByteArray> &answerData, QList<QString> &answerStrings,
                                     QString &errorText)
 {
-    // The error belongs to the inner command: it reaches the caller only
-    // through `errorText`, and the answer's lists arrive in both outcomes.
-    QMutexLocker locker(command.locked ? mutex : nullptr);
-    NuvKespClassifyBlock reply;
-    const bool passed = exchange(command.keepingLastError(), fields(innerCommand, {}, arguments),
-                                 reply);
-    answerData = reply.data;
-    answerStrings = reply.dataList;
-    if (passed)
-        errorText.clear();
-    else
-        errorText = reply.errorText;
-    return passed;
+    // The answer's lists reach the caller in both outcomes, so the reply is
+    // judged here rather than by perform(). The error belongs to the inner
+    // command: it goes to `errorText` only, never to the last error.
+    return perform(command.testedBy(nuv::ReplyTest::None), fields(innerCommand, {}, arguments),
+                   false, [&, test = command.test](const NuvKespClassifyBlock &reply) {
+                       answerData = reply.data;
+                       answerStrings = reply.dataList;
+                       const bool passed = nuv::passes(test, reply.command);
+                       errorText = passed ? QString() : reply.errorText;
+                       return passed;
+                   });
 }
 
 bool NuvClassifyClient::doLdapCommand(const QString &command, const QList<QByteArray> &arguments,
-                                      QList<QByteArray> &answerData,
-                                      QList<QString> &answerStrings, QString &errorText)
+                                      QList<QByteArray> &answerData, QList<QString> &answerStrings,
+                                      QString &errorText)
 {
     return passThrough(Command("CFLDAPCOMMAND").unlocked(), command, arguments, answerData,
                        answerStrings, errorText);
@@ -148,6 +146,10 @@ bool NuvClassifyClient::doWebCommand(const QString &command, const QList<QByteAr
 // User data store. An item's byte arrays travel as [second, first] in both
 // directions, so what is saved and what is loaded line up.
 
+namespace {
+const Command loadUserDataCommand("CFLOADUSERDATA");
+} // namespace
+
 bool NuvClassifyClient::saveUserData(const QString &key1, const QString &key2,
                                      const QByteArray &first, QByteArray second, bool flag)
 {
@@ -163,10 +165,12 @@ bool NuvClassifyClient::deleteUserData(const QString &key1, const QString &key2)
 bool NuvClassifyClient::loadUserData(const QString &key1, const QString &key2, QByteArray &first,
                                      QByteArray &second)
 {
-    return perform(Command("CFLOADUSERDATA"), listFields({ key1, key2 }, { second }), false,
+    return perform(loadUserDataCommand, listFields({ key1, key2 }, { second }), false,
                    [&](const NuvKespClassifyBlock &reply) {
+                       // The server owes two byte arrays; with fewer the
+                       // caller's values stay as they were.
                        if (reply.data.size() < 2) {
-                           setLastError(nuv::malformedReplyText(QLatin1String("CFLOADUSERDATA")));
+                           setLastError(nuv::malformedReplyText(loadUserDataCommand.word));
                            return false;
                        }
                        second = reply.data.at(0);
@@ -178,13 +182,14 @@ bool NuvClassifyClient::loadUserData(const QString &key1, const QString &key2, Q
 bool NuvClassifyClient::loadUserData(const QString &key, QList<QString> &names,
                                      QList<QByteArray> &firsts, QList<QByteArray> &seconds)
 {
-    return perform(Command("CFLOADUSERDATA"), listFields({ key }, seconds), false,
+    return perform(loadUserDataCommand, listFields({ key }, seconds), false,
                    [&](const NuvKespClassifyBlock &reply) {
                        // Names are appended to what the caller left in the
                        // list; the byte-array lists start afresh.
                        seconds.clear();
                        firsts.clear();
-                       // An unpaired last byte array is ignored.
+                       // An unpaired last byte array is ignored, and a
+                       // name list shorter than the pairs gives empty names.
                        for (int i = 0; i + 1 < reply.data.size(); i += 2) {
                            names.append(reply.dataList.value(i / 2));
                            seconds.append(reply.data.at(i));

@@ -45,10 +45,9 @@ bool NuvClassifyClient::changeExpiredPass(QString user, QString oldPassword, QSt
                                           QString, int)
 {
     // Runs on the connection a refused login kept open, without the lock.
-    return perform(Command("CFDOCCHANGEEXPIREDPASS")
-                       .unlocked()
-                       .testedBy(nuv::ReplyTest::ErrorContained),
-                   fields(user, { oldPassword, newPassword }));
+    return perform(
+        Command("CFDOCCHANGEEXPIREDPASS").unlocked().testedBy(nuv::ReplyTest::ErrorContained),
+        fields(user, { oldPassword, newPassword }));
 }
 
 // Roles
