@@ -35,7 +35,7 @@ bool NuvClassifyClient::setCurrentArchive(QString archive)
 {
     return perform(Command("CFSELARCHIVE"), fields(archive), false,
                    [this, &archive](const NuvKespClassifyBlock &) {
-                       QMutexLocker locker(&stateLock);
+                       nuv::MutexLocker locker(&stateLock);
                        currentArchive = archive;
                        return true;
                    });
@@ -52,20 +52,21 @@ bool NuvClassifyClient::insertMandant(QString first, QString second, QByteArray 
 
 bool NuvClassifyClient::getMandanten(QStringList &tenants, QList<QByteArray> &payloads)
 {
-    return perform(Command("CFDOCGETMANDANTEN"), {}, false,
-                   [&](const NuvKespClassifyBlock &reply) {
-                       tenants = reply.dataList;
-                       // Appended: unlike the folder readers, the caller's
-                       // earlier byte arrays stay in front.
-                       payloads += nuv::pairRecordsWithPayloads<int>(
-                           reply.dataList, reply.docId, reply.data, tenantNumberField,
-                           tenantNumber);
-                       return true;
-                   });
+    return perform(Command("CFDOCGETMANDANTEN"), {}, false, [&](const NuvKespClassifyBlock &reply) {
+        tenants = reply.dataList;
+        // Appended: unlike the folder readers, the caller's
+        // earlier byte arrays stay in front.
+        payloads += nuv::pairRecordsWithPayloads<int>(reply.dataList, reply.docId, reply.data,
+                                                      tenantNumberField, tenantNumber);
+        return true;
+    });
 }
 
 // Folders
 
+// Both folder readers pair the n-th non-empty key with data[n]: skipping an
+// empty key without consuming a byte array and dropping empty keys before
+// counting come to the same, so one pairing serves both.
 void NuvClassifyClient::assembleFolders(const NuvKespClassifyBlock &reply, QStringList &folders,
                                         QList<QByteArray> &payloads)
 {
@@ -106,8 +107,8 @@ bool NuvClassifyClient::newFolder(QString first, QString second, QString third, 
 bool NuvClassifyClient::getSystemFolders(QStringList &folders, QList<QByteArray> &payloads,
                                          bool withEmpty)
 {
-    const QString which = withEmpty ? QStringLiteral("EMPTYFOLDERS")
-                                    : QStringLiteral("NOEMPTYFOLDERS");
+    const QString which
+        = withEmpty ? QStringLiteral("EMPTYFOLDERS") : QStringLiteral("NOEMPTYFOLDERS");
     return perform(Command("CFDOCSYSFOLDERS"), fields(QStringLiteral("0"), { which }), false,
                    [&](const NuvKespClassifyBlock &reply) {
                        assembleFolders(reply, folders, payloads);

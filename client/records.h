@@ -85,8 +85,7 @@ QString joinSearchEntry(const QStringList &fixedParts, const QStringList &listPa
 // or an empty one. Missing byte arrays and fields count as empty.
 template<typename Key, typename ToKey>
 QList<QByteArray> pairRecordsWithPayloads(const QStringList &records, const QString &keys,
-                                          const QList<QByteArray> &data, int keyField,
-                                          ToKey toKey)
+                                          const QList<QByteArray> &data, int keyField, ToKey toKey)
 {
     QMap<Key, QByteArray> payloadByKey;
     const QVector<QStringRef> keyParts = keys.splitRef(recordSeparator, Qt::SkipEmptyParts);
