@@ -1,0 +1,229 @@
+#include "session.h"
+
+namespace stomp {
+
+Session::Session(const BrokerAddress &address, const QByteArray &token)
+    : address(address)
+    , token(token)
+{ }
+
+Session::Phase Session::phase() const
+{
+    QMutexLocker locker(&mutex);
+    return current;
+}
+
+QString Session::closeReason() const
+{
+    QMutexLocker locker(&mutex);
+    return reason;
+}
+
+void Session::opened()
+{
+    QMutexLocker locker(&mutex);
+    if (current == Phase::Connecting)
+        current = Phase::Open;
+    changed.wakeAll();
+}
+
+void Session::closing()
+{
+    QMutexLocker locker(&mutex);
+    if (current == Phase::Open)
+        current = Phase::Closing;
+}
+
+bool Session::closed(const QString &why)
+{
+    QMutexLocker locker(&mutex);
+    if (current == Phase::Closed)
+        return false;
+    const bool lost = current == Phase::Open;
+    current = Phase::Closed;
+    reason = why;
+    for (Slot &slot : calls) {
+        if (slot.state == Outcome::TimedOut) {
+            slot.state = Outcome::Failed;
+            slot.error = why;
+        }
+    }
+    for (Slot &slot : receipts) {
+        if (slot.state == Outcome::TimedOut) {
+            slot.state = Outcome::Failed;
+            slot.error = why;
+        }
+    }
+    changed.wakeAll();
+    return lost;
+}
+
+Session::Phase Session::awaitSettled(QDeadlineTimer deadline)
+{
+    QMutexLocker locker(&mutex);
+    while (current == Phase::Connecting) {
+        if (!changed.wait(&mutex, deadline))
+            break;
+    }
+    return current;
+}
+
+bool Session::usable(QString *whyNot) const
+{
+    if (current == Phase::Open)
+        return true;
+    *whyNot = reason.isEmpty()
+        ? QStringLiteral("Not connected to the message broker at %1.").arg(address.label())
+        : reason;
+    return false;
+}
+
+bool Session::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
+                        QString *whyNot)
+{
+    QMutexLocker locker(&mutex);
+    if (!usable(whyNot))
+        return false;
+    calls.insert(correlationId, Slot());
+    callReceipts.insert(receiptId, correlationId);
+    return true;
+}
+
+Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTimer deadline,
+                                    Frame *reply, QString *error)
+{
+    QMutexLocker locker(&mutex);
+    auto slot = calls.find(correlationId);
+    while (slot != calls.end() && slot->state == Outcome::TimedOut) {
+        if (!changed.wait(&mutex, deadline))
+            break;
+        slot = calls.find(correlationId);
+    }
+    if (slot == calls.end())
+        return Outcome::Failed;
+    const Slot done = *slot;
+    calls.erase(slot);
+    for (auto it = callReceipts.begin(); it != callReceipts.end();) {
+        if (it.value() == correlationId)
+            it = callReceipts.erase(it);
+        else
+            ++it;
+    }
+    if (done.state == Outcome::Done)
+        *reply = done.frame;
+    else if (done.state == Outcome::Failed)
+        *error = done.error;
+    return done.state;
+}
+
+bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
+{
+    QMutexLocker locker(&mutex);
+    auto slot = calls.find(correlationId);
+    if (slot == calls.end() || slot->state != Outcome::TimedOut) {
+        ++dropped;
+        return false;
+    }
+    slot->state = Outcome::Done;
+    slot->frame = reply;
+    changed.wakeAll();
+    return true;
+}
+
+qint64 Session::droppedReplies() const
+{
+    QMutexLocker locker(&mutex);
+    return dropped;
+}
+
+bool Session::beginReceipt(const QByteArray &receiptId, QString *whyNot)
+{
+    QMutexLocker locker(&mutex);
+    if (current != Phase::Closing && !usable(whyNot))
+        return false;
+    receipts.insert(receiptId, Slot());
+    return true;
+}
+
+Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTimer deadline,
+                                       QString *error)
+{
+    QMutexLocker locker(&mutex);
+    auto slot = receipts.find(receiptId);
+    while (slot != receipts.end() && slot->state == Outcome::TimedOut) {
+        if (!changed.wait(&mutex, deadline))
+            break;
+        slot = receipts.find(receiptId);
+    }
+    if (slot == receipts.end())
+        return Outcome::Failed;
+    const Slot done = *slot;
+    receipts.erase(slot);
+    if (done.state == Outcome::Failed)
+        *error = done.error;
+    return done.state;
+}
+
+void Session::receiptArrived(const QByteArray &receiptId)
+{
+    QMutexLocker locker(&mutex);
+    // A call's receipt only says the broker took the request; the call
+    // goes on waiting for its reply.
+    if (callReceipts.remove(receiptId) > 0)
+        return;
+    auto slot = receipts.find(receiptId);
+    if (slot != receipts.end() && slot->state == Outcome::TimedOut) {
+        slot->state = Outcome::Done;
+        changed.wakeAll();
+    }
+}
+
+bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
+{
+    QMutexLocker locker(&mutex);
+    const QByteArray correlationId = callReceipts.take(receiptId);
+    if (!correlationId.isEmpty()) {
+        auto call = calls.find(correlationId);
+        if (call != calls.end() && call->state == Outcome::TimedOut) {
+            call->state = Outcome::Failed;
+            call->error = text;
+            changed.wakeAll();
+        }
+        return true;
+    }
+    auto slot = receipts.find(receiptId);
+    if (slot == receipts.end())
+        return false;
+    if (slot->state == Outcome::TimedOut) {
+        slot->state = Outcome::Failed;
+        slot->error = text;
+        changed.wakeAll();
+    }
+    return true;
+}
+
+void Session::pushUnsolicited(const Frame &message)
+{
+    QMutexLocker locker(&mutex);
+    unsolicited.enqueue(message);
+    changed.wakeAll();
+}
+
+Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error)
+{
+    QMutexLocker locker(&mutex);
+    for (;;) {
+        if (!unsolicited.isEmpty()) {
+            *message = unsolicited.dequeue();
+            return Outcome::Done;
+        }
+        if (current == Phase::Closed || current == Phase::Closing) {
+            usable(error);
+            return Outcome::Failed;
+        }
+        if (!changed.wait(&mutex, deadline))
+            return Outcome::TimedOut;
+    }
+}
+
+} // namespace stomp

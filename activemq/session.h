@@ -1,0 +1,98 @@
+#ifndef SESSION_H
+#define SESSION_H
+
+#include "brokerconfig.h"
+#include "stompframe.h"
+
+#include <QByteArray>
+#include <QDeadlineTimer>
+#include <QHash>
+#include <QMutex>
+#include <QQueue>
+#include <QString>
+#include <QWaitCondition>
+
+namespace stomp {
+
+/*
+ * The state of one broker connection that the I/O thread and the calling
+ * threads share: its phase, the calls waiting for a reply, the receipts
+ * being waited for and the messages nobody asked for.
+ *
+ * Callers block in the await functions on one wait condition; the I/O thread
+ * fills in results and wakes them. Closing the session fails every waiter at
+ * once with the reason, so nobody sits out a time-out on a dead connection.
+ */
+class Session
+{
+public:
+    enum class Phase { Connecting, Open, Closing, Closed };
+    enum class Outcome { Done, Failed, TimedOut };
+
+    Session(const BrokerAddress &address, const QByteArray &token);
+
+    const BrokerAddress address;
+    // The random value that identifies this connection to the server.
+    const QByteArray token;
+
+    Phase phase() const;
+    // Why the session closed (or failed to open); empty while it is usable.
+    QString closeReason() const;
+
+    // I/O thread: the handshake finished, or the application began to close.
+    void opened();
+    void closing();
+    // I/O thread: the connection is gone. The first reason sticks. Returns
+    // true when this ended an open session (not a connect attempt or a
+    // requested close), which is what counts as a lost connection.
+    bool closed(const QString &reason);
+
+    // Waits until the session is no longer connecting.
+    Phase awaitSettled(QDeadlineTimer deadline);
+
+    // A request that waits for the reply carrying `correlationId`; a broker
+    // ERROR naming `receiptId` fails it.
+    bool beginCall(const QByteArray &correlationId, const QByteArray &receiptId, QString *whyNot);
+    // Ends the call whatever the outcome: a reply that arrives later is
+    // dropped and counted.
+    Outcome awaitCall(const QByteArray &correlationId, QDeadlineTimer deadline, Frame *reply,
+                      QString *error);
+    // I/O thread: false when nobody waits for that correlation id.
+    bool deliverReply(const QByteArray &correlationId, const Frame &reply);
+    qint64 droppedReplies() const;
+
+    bool beginReceipt(const QByteArray &receiptId, QString *whyNot);
+    Outcome awaitReceipt(const QByteArray &receiptId, QDeadlineTimer deadline, QString *error);
+    // I/O thread: a RECEIPT frame, or an ERROR frame with a receipt-id.
+    void receiptArrived(const QByteArray &receiptId);
+    bool receiptFailed(const QByteArray &receiptId, const QString &text);
+
+    // Messages that answer no call of ours: broadcasts on subscribed topics
+    // and messages on the reply queue without a correlation id.
+    void pushUnsolicited(const Frame &message);
+    Outcome awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error);
+
+private:
+    struct Slot
+    {
+        Outcome state = Outcome::TimedOut; // TimedOut here means "still waiting"
+        Frame frame;
+        QString error;
+    };
+
+    bool usable(QString *whyNot) const;
+
+    mutable QMutex mutex;
+    QWaitCondition changed;
+    Phase current = Phase::Connecting;
+    QString reason;
+    QHash<QByteArray, Slot> calls; // by correlation id
+    QHash<QByteArray, QByteArray> callReceipts; // receipt id -> correlation id
+    QHash<QByteArray, Slot> receipts; // receipts awaited for their own sake
+    QQueue<Frame> unsolicited;
+    qint64 dropped = 0;
+};
+
+} // namespace stomp
+
+#endif // SESSION_H

@@ -1,0 +1,82 @@
+#include "brokerenv.h"
+
+#include "nuvmqclientinterface.h"
+
+#include <QFile>
+#include <QPluginLoader>
+#include <QProcess>
+
+namespace stomp {
+
+BrokerEnv::BrokerEnv()
+{
+    const QString dir = qEnvironmentVariable("NUV_BROKER_DIR");
+    if (dir.isEmpty()) {
+        why = QStringLiteral("NUV_BROKER_DIR is not set (run the tests through CTest, which "
+                             "starts the broker)");
+        return;
+    }
+    QFile file(dir + QStringLiteral("/broker.env"));
+    if (!file.open(QIODevice::ReadOnly)) {
+        why = QStringLiteral("cannot read %1: is the broker started?").arg(file.fileName());
+        return;
+    }
+    while (!file.atEnd()) {
+        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+        const int equals = line.indexOf(QLatin1Char('='));
+        if (equals > 0)
+            values.insert(line.left(equals), line.mid(equals + 1));
+    }
+    if (values.isEmpty())
+        why = QStringLiteral("%1 is empty").arg(file.fileName());
+}
+
+Peer::Options BrokerEnv::peerOptions() const
+{
+    Peer::Options options;
+    options.host = host();
+    options.port = stompPort();
+    options.login = login().toUtf8();
+    options.passcode = passcode().toUtf8();
+    return options;
+}
+
+void BrokerEnv::exportCredentials() const
+{
+    qputenv("NUV_STOMP_LOGIN", login().toUtf8());
+    qputenv("NUV_STOMP_PASSCODE", passcode().toUtf8());
+}
+
+bool BrokerEnv::script(const QString &action, QString *output, int timeoutMs)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(QStringLiteral(NUV_BROKER_SCRIPT), { action });
+    const bool finished = process.waitForFinished(timeoutMs);
+    *output = QString::fromUtf8(process.readAll());
+    return finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+QString BrokerEnv::pluginDir()
+{
+    return QStringLiteral(NUV_PLUGIN_DIR);
+}
+
+nuvMQClientInterface *transportRoot()
+{
+    QPluginLoader loader(BrokerEnv::pluginDir() + QStringLiteral("/libnuvactivemqclient.so"));
+    QObject *root = loader.instance();
+    if (!root) {
+        qWarning("cannot load the transport plugin: %s", qPrintable(loader.errorString()));
+        return nullptr;
+    }
+    return qobject_cast<nuvMQClientInterface *>(root);
+}
+
+std::unique_ptr<nuvMQClientInterface> newTransport()
+{
+    nuvMQClientInterface *root = transportRoot();
+    return std::unique_ptr<nuvMQClientInterface>(root ? root->createInstance() : nullptr);
+}
+
+} // namespace stomp

@@ -1,0 +1,62 @@
+#ifndef BROKERENV_H
+#define BROKERENV_H
+
+#include "stomppeer.h"
+
+#include <QMap>
+#include <QString>
+
+#include <memory>
+
+class nuvMQClientInterface;
+
+namespace stomp {
+
+/*
+ * The broker that scripts/broker started in $NUV_BROKER_DIR: its ports,
+ * its account and its test certificates, read from the broker.env file that
+ * the script writes.
+ */
+class BrokerEnv
+{
+public:
+    // Reads $NUV_BROKER_DIR/broker.env; ok() says whether it worked.
+    BrokerEnv();
+
+    bool ok() const { return !values.isEmpty(); }
+    QString problem() const { return why; }
+
+    QString host() const { return value("NUV_BROKER_HOST"); }
+    quint16 stompPort() const { return quint16(value("NUV_BROKER_STOMP_PORT").toUInt()); }
+    quint16 sslPort() const { return quint16(value("NUV_BROKER_STOMP_SSL_PORT").toUInt()); }
+    QString login() const { return value("NUV_BROKER_LOGIN"); }
+    QString passcode() const { return value("NUV_BROKER_PASSCODE"); }
+    QString caFile() const { return value("NUV_BROKER_CA_FILE"); }
+    QString otherCaFile() const { return value("NUV_BROKER_OTHER_CA_FILE"); }
+
+    // Options for a Peer (a responder) on the plain STOMP port.
+    Peer::Options peerOptions() const;
+    // Points the transport's settings (NUV_STOMP_*) at this broker's account.
+    void exportCredentials() const;
+
+    // Runs scripts/broker with the same state directory; false with output.
+    static bool script(const QString &action, QString *output, int timeoutMs = 120000);
+    // The directory the transport plugin is built into.
+    static QString pluginDir();
+
+private:
+    QString value(const char *name) const { return values.value(QLatin1String(name)); }
+
+    QMap<QString, QString> values;
+    QString why;
+};
+
+// The transport plugin's root object, loaded by path with QPluginLoader the
+// way the classify client loads it; null with a warning when it fails.
+nuvMQClientInterface *transportRoot();
+// A new transport object from the root's createInstance().
+std::unique_ptr<nuvMQClientInterface> newTransport();
+
+} // namespace stomp
+
+#endif // BROKERENV_H
