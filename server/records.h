@@ -1,0 +1,47 @@
+#ifndef NUVSERVER_RECORDS_H
+#define NUVSERVER_RECORDS_H
+
+#include <QDateTime>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+/*
+ * Record strings: fields joined by U+FEFF, the way every command sends
+ * structured entries in `dataList` and lists of keys in `docId`.
+ */
+namespace nuvserver {
+
+constexpr QChar fieldSeparator(0xFEFF);
+
+QString joinFields(const QStringList &fields);
+// Every column of the query's current row as one record.
+QString rowRecord(const QSqlQuery &query);
+// One record per row of the statement.
+QStringList queryRecords(const QSqlDatabase &db, const QString &sql,
+                         const QVariantList &values = {});
+// All fields, empty ones kept.
+QStringList splitFields(const QString &record);
+// Field `index`, or an empty string when the record is shorter.
+QString field(const QStringList &fields, int index);
+
+// Decimal text to a number; fails naming `what` when the text is not one.
+qint64 toNumber(const QString &text, const QString &what);
+// "1"/"true"/"yes" and "0"/"false"/"no"/"" (any case).
+bool toFlag(const QString &text, const QString &what);
+
+// Times travel and are stored as "yyyy-MM-dd hh:mm:ss", in UTC.
+QString timeText(const QDateTime &time);
+QString nowText();
+// A "yyyy-MM-dd hh:mm:ss" or "yyyy-MM-dd" text; fails naming `what`.
+QDateTime parseTime(const QString &text, const QString &what);
+
+// Names of users, roles, clipboards and the like: not empty, no surrounding
+// blanks, no U+FEFF, no control characters.
+void checkName(const QString &name, const QString &what);
+
+} // namespace nuvserver
+
+#endif // NUVSERVER_RECORDS_H

@@ -1,0 +1,250 @@
+#include "schema.h"
+
+#include "records.h"
+#include "sql.h"
+
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QUuid>
+
+namespace nuvserver {
+
+namespace {
+
+// Version 1: the whole model. Principals (users, roles) are referred to by
+// name in rights, owners by user id, so deleting a user removes what it owns.
+const char *const version1[] = {
+    "CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL)",
+    "CREATE TABLE users(id INTEGER PRIMARY KEY, login TEXT NOT NULL UNIQUE,"
+    " full_name TEXT NOT NULL DEFAULT '', email TEXT NOT NULL DEFAULT '',"
+    " password_hash TEXT NOT NULL, password_expired INTEGER NOT NULL DEFAULT 0,"
+    " active INTEGER NOT NULL DEFAULT 1, created TEXT NOT NULL)",
+    "CREATE TABLE roles(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE,"
+    " description TEXT NOT NULL DEFAULT '', administrator INTEGER NOT NULL DEFAULT 0)",
+    "CREATE TABLE user_roles(user_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+    " role_id INTEGER NOT NULL REFERENCES roles(id) ON DELETE CASCADE,"
+    " PRIMARY KEY(user_id, role_id))",
+    "CREATE TABLE role_members(role_id INTEGER NOT NULL REFERENCES roles(id) ON DELETE CASCADE,"
+    " member_role_id INTEGER NOT NULL REFERENCES roles(id) ON DELETE CASCADE,"
+    " PRIMARY KEY(role_id, member_role_id))",
+    "CREATE TABLE tenants(number INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE,"
+    " description TEXT NOT NULL DEFAULT '', payload BLOB, created TEXT NOT NULL)",
+    "CREATE TABLE archives(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE,"
+    " tenant_number INTEGER NOT NULL REFERENCES tenants(number) ON DELETE CASCADE)",
+    "CREATE TABLE sessions(token TEXT PRIMARY KEY,"
+    " user_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, state TEXT NOT NULL,"
+    " archive_id INTEGER REFERENCES archives(id) ON DELETE SET NULL,"
+    " client TEXT NOT NULL DEFAULT '', started TEXT NOT NULL, last_seen TEXT NOT NULL)",
+    "CREATE TABLE session_requests(id INTEGER PRIMARY KEY,"
+    " token TEXT NOT NULL REFERENCES sessions(token) ON DELETE CASCADE, request TEXT NOT NULL)",
+    "CREATE TABLE folders(key TEXT PRIMARY KEY, structure TEXT NOT NULL,"
+    " parent_key TEXT REFERENCES folders(key) DEFERRABLE INITIALLY DEFERRED,"
+    " name TEXT NOT NULL, position INTEGER NOT NULL DEFAULT 0,"
+    " description TEXT NOT NULL DEFAULT '', payload BLOB)",
+    "CREATE INDEX folders_by_structure ON folders(structure)",
+    "CREATE TABLE folder_roles(folder_key TEXT NOT NULL REFERENCES folders(key)"
+    " ON DELETE CASCADE, principal TEXT NOT NULL, PRIMARY KEY(folder_key, principal))",
+    "CREATE TABLE doc_types(name TEXT PRIMARY KEY, record TEXT NOT NULL, payload BLOB,"
+    " position INTEGER NOT NULL)",
+    "CREATE TABLE status_types(name TEXT PRIMARY KEY, record TEXT NOT NULL, payload BLOB,"
+    " position INTEGER NOT NULL)",
+    "CREATE TABLE attributes(number INTEGER PRIMARY KEY AUTOINCREMENT, name TEXT NOT NULL UNIQUE,"
+    " label TEXT NOT NULL DEFAULT '', mandatory INTEGER NOT NULL DEFAULT 0)",
+    "CREATE TABLE attribute_values(attribute INTEGER NOT NULL REFERENCES attributes(number)"
+    " ON DELETE CASCADE, position INTEGER NOT NULL, value TEXT NOT NULL,"
+    " PRIMARY KEY(attribute, position))",
+    "CREATE TABLE documents(id INTEGER PRIMARY KEY,"
+    " archive_id INTEGER NOT NULL REFERENCES archives(id),"
+    " folder_key TEXT REFERENCES folders(key) DEFERRABLE INITIALLY DEFERRED,"
+    " doc_type TEXT REFERENCES doc_types(name) DEFERRABLE INITIALLY DEFERRED,"
+    " status TEXT REFERENCES status_types(name) DEFERRABLE INITIALLY DEFERRED,"
+    " title TEXT NOT NULL DEFAULT '', doc_date TEXT NOT NULL DEFAULT '',"
+    " remark TEXT NOT NULL DEFAULT '', revision INTEGER NOT NULL DEFAULT 0,"
+    " deleted INTEGER NOT NULL DEFAULT 0, created TEXT NOT NULL, created_by TEXT NOT NULL,"
+    " modified TEXT NOT NULL, modified_by TEXT NOT NULL)",
+    "CREATE INDEX documents_by_archive ON documents(archive_id, deleted)",
+    "CREATE INDEX documents_by_folder ON documents(folder_key)",
+    "CREATE TABLE doc_values(doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
+    " attribute INTEGER NOT NULL REFERENCES attributes(number), value TEXT NOT NULL,"
+    " PRIMARY KEY(doc_id, attribute))",
+    "CREATE TABLE doc_history(id INTEGER PRIMARY KEY,"
+    " doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE, time TEXT NOT NULL,"
+    " user TEXT NOT NULL, action TEXT NOT NULL, details TEXT NOT NULL DEFAULT '')",
+    "CREATE INDEX doc_history_by_doc ON doc_history(doc_id)",
+    "CREATE TABLE doc_revisions(doc_id INTEGER NOT NULL REFERENCES documents(id)"
+    " ON DELETE CASCADE, revision INTEGER NOT NULL, time TEXT NOT NULL, user TEXT NOT NULL,"
+    " fields TEXT NOT NULL, PRIMARY KEY(doc_id, revision))",
+    "CREATE TABLE doc_links(doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
+    " linked_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
+    " PRIMARY KEY(doc_id, linked_id))",
+    "CREATE TABLE doc_rights(doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
+    " principal TEXT NOT NULL, rights TEXT NOT NULL, PRIMARY KEY(doc_id, principal))",
+    "CREATE TABLE temp_classifications(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " owner_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+    " doc_id INTEGER, created TEXT NOT NULL)",
+    "CREATE TABLE temp_values(temp_id INTEGER NOT NULL REFERENCES temp_classifications(id)"
+    " ON DELETE CASCADE, position INTEGER NOT NULL, entry TEXT NOT NULL,"
+    " PRIMARY KEY(temp_id, position))",
+    "CREATE TABLE temp_rights(temp_id INTEGER NOT NULL REFERENCES temp_classifications(id)"
+    " ON DELETE CASCADE, principal TEXT NOT NULL, rights TEXT NOT NULL,"
+    " PRIMARY KEY(temp_id, principal))",
+    "CREATE TABLE deadlines(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE, due TEXT NOT NULL,"
+    " assignee TEXT NOT NULL DEFAULT '', text TEXT NOT NULL DEFAULT '',"
+    " state TEXT NOT NULL DEFAULT 'open')",
+    "CREATE TABLE clipboards(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " owner_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, name TEXT NOT NULL,"
+    " created TEXT NOT NULL, UNIQUE(owner_id, name))",
+    "CREATE TABLE clipboard_cards(clipboard_id INTEGER NOT NULL REFERENCES clipboards(id)"
+    " ON DELETE CASCADE, card TEXT NOT NULL, data TEXT NOT NULL, position INTEGER NOT NULL,"
+    " PRIMARY KEY(clipboard_id, card))",
+    "CREATE TABLE clipboard_roles(clipboard_id INTEGER NOT NULL REFERENCES clipboards(id)"
+    " ON DELETE CASCADE, principal TEXT NOT NULL, PRIMARY KEY(clipboard_id, principal))",
+    "CREATE TABLE shares(key TEXT PRIMARY KEY,"
+    " owner_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+    " title TEXT NOT NULL, recipient TEXT NOT NULL, expires TEXT NOT NULL,"
+    " access_limit INTEGER NOT NULL, created TEXT NOT NULL)",
+    "CREATE TABLE share_documents(share_key TEXT NOT NULL REFERENCES shares(key)"
+    " ON DELETE CASCADE, doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
+    " position INTEGER NOT NULL, PRIMARY KEY(share_key, doc_id))",
+    "CREATE TABLE searches(number INTEGER PRIMARY KEY AUTOINCREMENT,"
+    " owner_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, name TEXT NOT NULL,"
+    " description TEXT NOT NULL, conditions TEXT NOT NULL, UNIQUE(owner_id, name))",
+    "CREATE TABLE user_data(owner_id INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE,"
+    " key1 TEXT NOT NULL, key2 TEXT NOT NULL, first BLOB, second BLOB,"
+    " public INTEGER NOT NULL DEFAULT 0, PRIMARY KEY(owner_id, key1, key2))",
+    "CREATE TABLE search_index(word TEXT NOT NULL,"
+    " doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
+    " PRIMARY KEY(word, doc_id)) WITHOUT ROWID",
+    "CREATE INDEX search_index_by_doc ON search_index(doc_id)",
+    "INSERT INTO roles(name, description, administrator)"
+    " VALUES ('Administrators', 'Administrators of the server', 1)",
+};
+
+void seedVersion1(const QSqlDatabase &db)
+{
+    const QString now = nowText();
+    const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces).remove(QLatin1Char('-'));
+    run(db,
+        QStringLiteral("INSERT INTO meta(key, value) VALUES ('database_id', ?),"
+                       " ('change_counter', '0'), ('last_change', ?), ('next_oid', '0'),"
+                       " ('index_rebuilt', '')"),
+        { id, now });
+    run(db,
+        QStringLiteral("INSERT INTO tenants(number, name, description, created)"
+                       " VALUES (1, 'Default', 'The first tenant', ?)"),
+        { now });
+    run(db,
+        QStringLiteral("INSERT INTO archives(id, name, tenant_number) VALUES (1, 'Default', 1)"));
+}
+
+bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
+{
+    QSqlQuery query(db);
+    if (query.exec(sql))
+        return true;
+    if (error)
+        *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
+    return false;
+}
+
+bool migrate(QSqlDatabase &db, int from, QString *error)
+{
+    for (int version = from + 1; version <= schemaVersion; ++version) {
+        if (!execPlain(db, QStringLiteral("BEGIN IMMEDIATE"), error))
+            return false;
+        try {
+            // Another connection may have migrated while this one waited.
+            const int now = scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
+            if (now < version) {
+                if (version == 1) {
+                    for (const char *statement : version1)
+                        run(db, QString::fromLatin1(statement));
+                    seedVersion1(db);
+                }
+                run(db, QStringLiteral("PRAGMA user_version = %1").arg(version));
+            }
+        } catch (const Failure &failure) {
+            execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
+            if (error)
+                *error = QStringLiteral("migration to schema %1 failed: %2")
+                             .arg(version)
+                             .arg(failure.text);
+            return false;
+        }
+        if (!execPlain(db, QStringLiteral("COMMIT"), error))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool prepareDatabase(QSqlDatabase &db, int busyTimeoutMs, QString *error)
+{
+    if (!execPlain(db, QStringLiteral("PRAGMA busy_timeout = %1").arg(qMax(0, busyTimeoutMs)),
+                   error)
+        || !execPlain(db, QStringLiteral("PRAGMA foreign_keys = ON"), error))
+        return false;
+    QSqlQuery journal(db);
+    if (!journal.exec(QStringLiteral("PRAGMA journal_mode = WAL")) || !journal.next()
+        || journal.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0) {
+        if (error)
+            *error = QStringLiteral("the database cannot use write-ahead logging");
+        return false;
+    }
+    journal.finish();
+    execPlain(db, QStringLiteral("PRAGMA synchronous = NORMAL"), nullptr);
+
+    int version = 0;
+    try {
+        version = scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
+    } catch (const Failure &failure) {
+        if (error)
+            *error = failure.text;
+        return false;
+    }
+    if (version > schemaVersion) {
+        if (error)
+            *error = QStringLiteral("the database has schema %1, newer than this server's %2")
+                         .arg(version)
+                         .arg(schemaVersion);
+        return false;
+    }
+    if (!migrate(db, version, error))
+        return false;
+    // Bookkeeping of the broker server, not part of the model, so it stays
+    // outside the numbered migrations: which broker requests have had their
+    // effect, with the reply they got (see ServerEngine::handle with a key).
+    return execPlain(db,
+                     QStringLiteral("CREATE TABLE IF NOT EXISTS processed_requests("
+                                    "request_key TEXT PRIMARY KEY, reply BLOB NOT NULL,"
+                                    " processed TEXT NOT NULL)"),
+                     error);
+}
+
+QString currentMarker(const QSqlDatabase &db)
+{
+    QSqlQuery query = run(db,
+                          QStringLiteral("SELECT key, value FROM meta WHERE key IN"
+                                         " ('database_id', 'change_counter')"));
+    QString id;
+    QString counter;
+    while (query.next()) {
+        if (query.value(0).toString() == QLatin1String("database_id"))
+            id = query.value(1).toString();
+        else
+            counter = query.value(1).toString();
+    }
+    return id + QLatin1Char(':') + counter;
+}
+
+void bumpChangeCounter(const QSqlDatabase &db)
+{
+    run(db,
+        QStringLiteral("UPDATE meta SET value = CAST(value AS INTEGER) + 1"
+                       " WHERE key = 'change_counter'"));
+    run(db, QStringLiteral("UPDATE meta SET value = ? WHERE key = 'last_change'"), { nowText() });
+}
+
+} // namespace nuvserver

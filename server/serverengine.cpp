@@ -1,0 +1,413 @@
+// The engine: connection handling, dispatch, the per-request transaction,
+// sessions and the update marker.
+
+#include "serverengine.h"
+
+#include "context.h"
+#include "records.h"
+#include "schema.h"
+#include "sql.h"
+
+#include <QAtomicInt>
+#include <QDir>
+#include <QFileInfo>
+#include <QHash>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QThread>
+
+#include <exception>
+#include <functional>
+#include <optional>
+
+namespace nuvserver {
+
+namespace {
+
+const QHash<QString, CommandEntry> &commandTable()
+{
+    static const QHash<QString, CommandEntry> table = [] {
+        QHash<QString, CommandEntry> all;
+        const QVector<QVector<CommandEntry>> groups {
+            sessionCommands(),   roleCommands(),        documentCommands(),
+            temporaryCommands(), archiveCommands(),     typeCommands(),
+            clipboardCommands(), maintenanceCommands(), userDataCommands(),
+        };
+        for (const QVector<CommandEntry> &group : groups) {
+            for (const CommandEntry &entry : group) {
+                Q_ASSERT(!all.contains(QLatin1String(entry.word)));
+                all.insert(QLatin1String(entry.word), entry);
+            }
+        }
+        return all;
+    }();
+    return table;
+}
+
+bool plain(QSqlDatabase &db, const QString &sql)
+{
+    QSqlQuery query(db);
+    return query.exec(sql);
+}
+
+void setError(nuvMQClassifyMessage &reply, const QString &text)
+{
+    reply.command = QStringLiteral("ERROR");
+    reply.hasErrorText = true;
+    reply.errorText = text;
+}
+
+QString describe(const QString &word, const Failure &failure)
+{
+    return failure.bare ? failure.text : word + QStringLiteral(": ") + failure.text;
+}
+
+// Runs `work`; whatever it throws becomes the failure it reports.
+std::optional<Failure> guarded(const std::function<void()> &work)
+{
+    try {
+        work();
+        return std::nullopt;
+    } catch (const Failure &failure) {
+        return failure;
+    } catch (const std::exception &e) {
+        return Failure {
+            QStringLiteral("internal error: %1").arg(QString::fromLocal8Bit(e.what()))
+        };
+    } catch (...) {
+        return Failure { QStringLiteral("internal error") };
+    }
+}
+
+// Loads the caller's session and applies the session rules of `entry`.
+void admitCaller(Context &ctx, const CommandEntry &entry, const QString &token, int timeoutMinutes)
+{
+    ctx.session = loadSession(ctx.db, token);
+    if (ctx.session && timeoutMinutes > 0) {
+        const QDateTime lastSeen = QDateTime::fromString(
+            scalar(ctx.db, QStringLiteral("SELECT last_seen FROM sessions WHERE token = ?"),
+                   { token })
+                .toString(),
+            QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+        if (lastSeen.isValid()
+            && QDateTime(lastSeen.date(), lastSeen.time(), Qt::UTC).addSecs(timeoutMinutes * 60)
+                < QDateTime::currentDateTimeUtc()) {
+            run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { token });
+            ctx.session.reset();
+            if (!(entry.flags & Public))
+                throw Failure { QStringLiteral("the session has expired; log in again"), true };
+        }
+    }
+    if (ctx.session)
+        run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
+            { nowText(), token });
+    if (entry.flags & Public)
+        return;
+    if (!ctx.session)
+        fail(QStringLiteral("not logged in; log in with CFLOGIN first"));
+    if (ctx.session->state != QLatin1String("active") && !(entry.flags & ExpiredSessionAllowed))
+        fail(QStringLiteral("the password of %1 has expired; change it with "
+                            "CFDOCCHANGEEXPIREDPASS first")
+                 .arg(ctx.session->login));
+    if (entry.flags & Administrative)
+        ctx.requireAdmin();
+}
+
+} // namespace
+
+std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token)
+{
+    if (token.isEmpty())
+        return std::nullopt;
+    QSqlQuery query = run(db,
+                          QStringLiteral("SELECT s.user_id, u.login, u.full_name, s.state,"
+                                         " coalesce(s.archive_id, 0) FROM sessions s"
+                                         " JOIN users u ON u.id = s.user_id"
+                                         " WHERE s.token = ? AND u.active = 1"),
+                          { token });
+    if (!query.next())
+        return std::nullopt;
+    Session session;
+    session.token = token;
+    session.userId = query.value(0).toLongLong();
+    session.login = query.value(1).toString();
+    session.fullName = query.value(2).toString();
+    session.state = query.value(3).toString();
+    session.archiveId = query.value(4).toLongLong();
+    return session;
+}
+
+ServerEngine::ServerEngine(EngineOptions options)
+    : engineOptions(std::move(options))
+{
+    static QAtomicInt counter;
+    connectionName = QStringLiteral("nuvserver-%1-%2")
+                         .arg(counter.fetchAndAddRelaxed(1))
+                         .arg(quintptr(this), 0, 16);
+}
+
+ServerEngine::~ServerEngine()
+{
+    closeConnection();
+}
+
+QString ServerEngine::protocolVersion()
+{
+    return QStringLiteral("18.09-5");
+}
+
+QStringList ServerEngine::commandWords()
+{
+    QStringList words = commandTable().keys();
+    words.sort();
+    return words;
+}
+
+void ServerEngine::closeConnection()
+{
+    if (!db.isValid())
+        return;
+    db.close();
+    db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(connectionName);
+    connectionThread = nullptr;
+}
+
+bool ServerEngine::ensureConnection(QString *error)
+{
+    if (db.isValid() && connectionThread == QThread::currentThread())
+        return true;
+    closeConnection();
+    if (engineOptions.databasePath.isEmpty()) {
+        if (error)
+            *error = QStringLiteral("no database file is configured");
+        return false;
+    }
+    QDir().mkpath(QFileInfo(engineOptions.databasePath).absolutePath());
+    db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connectionName);
+    db.setDatabaseName(engineOptions.databasePath);
+    db.setConnectOptions(
+        QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(engineOptions.busyTimeoutMs));
+    if (!db.open()) {
+        if (error)
+            *error = QStringLiteral("cannot open %1: %2")
+                         .arg(engineOptions.databasePath, db.lastError().text());
+        closeConnection();
+        return false;
+    }
+    connectionThread = QThread::currentThread();
+    if (!prepareDatabase(db, engineOptions.busyTimeoutMs, error)) {
+        closeConnection();
+        return false;
+    }
+    return true;
+}
+
+bool ServerEngine::open(QString *error)
+{
+    opened = false;
+    if (!ensureConnection(error))
+        return false;
+    if (!engineOptions.initialAdminUser.isEmpty() && !engineOptions.initialAdminPassword.isEmpty()
+        && !exists(db, QStringLiteral("SELECT 1 FROM users"))) {
+        // Quietly skipped when another engine created a user meanwhile.
+        if (plain(db, QStringLiteral("BEGIN IMMEDIATE"))) {
+            try {
+                if (!exists(db, QStringLiteral("SELECT 1 FROM users")))
+                    createFirstAdministrator(db, engineOptions, engineOptions.initialAdminUser,
+                                             engineOptions.initialAdminPassword,
+                                             engineOptions.initialAdminUser);
+                plain(db, QStringLiteral("COMMIT"));
+            } catch (const Failure &failure) {
+                plain(db, QStringLiteral("ROLLBACK"));
+                if (error)
+                    *error
+                        = QStringLiteral("cannot create the first administrator: ") + failure.text;
+                return false;
+            }
+        }
+    }
+    opened = true;
+    return true;
+}
+
+bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QString &adminUser,
+                                      const QString &adminPassword, const QString &fullName,
+                                      QString *error)
+{
+    EngineOptions plainOptions = options;
+    plainOptions.initialAdminUser.clear();
+    ServerEngine engine(plainOptions);
+    if (!engine.open(error))
+        return false;
+    if (!plain(engine.db, QStringLiteral("BEGIN IMMEDIATE"))) {
+        if (error)
+            *error = QStringLiteral("the database is busy");
+        return false;
+    }
+    try {
+        createFirstAdministrator(engine.db, plainOptions, adminUser, adminPassword, fullName);
+        bumpChangeCounter(engine.db);
+    } catch (const Failure &failure) {
+        plain(engine.db, QStringLiteral("ROLLBACK"));
+        if (error)
+            *error = failure.text;
+        return false;
+    }
+    if (!plain(engine.db, QStringLiteral("COMMIT"))) {
+        plain(engine.db, QStringLiteral("ROLLBACK"));
+        if (error)
+            *error = QStringLiteral("the database refused to commit");
+        return false;
+    }
+    return true;
+}
+
+void ServerEngine::endSession(const QString &sessionToken)
+{
+    if (!opened || sessionToken.isEmpty() || !ensureConnection(nullptr))
+        return;
+    try {
+        run(db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { sessionToken });
+    } catch (const Failure &) {
+        // A session that cannot be removed now ends with its timeout.
+    }
+}
+
+nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
+                                          const QString &sessionToken)
+{
+    return handle(request, sessionToken, QString(), nullptr);
+}
+
+void ServerEngine::forgetProcessedRequests(int hours)
+{
+    if (!opened || !ensureConnection(nullptr))
+        return;
+    try {
+        run(db, QStringLiteral("DELETE FROM processed_requests WHERE processed < ?"),
+            { timeText(QDateTime::currentDateTimeUtc().addSecs(-qint64(hours) * 3600)) });
+    } catch (const Failure &) {
+        // Old records only cost space; the next attempt removes them.
+    }
+}
+
+nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
+                                          const QString &sessionToken, const QString &requestKey,
+                                          bool *replayed)
+{
+    if (replayed)
+        *replayed = false;
+    const QString word = request.command;
+    QString error;
+    if (!opened || !ensureConnection(&error)) {
+        nuvMQClassifyMessage reply;
+        setError(reply,
+                 QStringLiteral("%1: the server's database is not available: %2")
+                     .arg(word, opened ? error : QStringLiteral("not opened")));
+        return reply;
+    }
+    Context ctx(request, db, engineOptions, word);
+    ctx.token = sessionToken;
+    const auto found = commandTable().constFind(word);
+    if (word.isEmpty() || found == commandTable().constEnd()) {
+        setError(ctx.reply,
+                 word.isEmpty() ? QStringLiteral("the request names no command")
+                                : QStringLiteral("unknown command '%1'").arg(word));
+        return ctx.reply;
+    }
+    const CommandEntry &entry = found.value();
+    if (!plain(db, QStringLiteral("BEGIN IMMEDIATE"))) {
+        setError(ctx.reply, word + QStringLiteral(": the database is busy; try again"));
+        return ctx.reply;
+    }
+
+    if (!requestKey.isEmpty()) {
+        // Seen before: its effect is in the database already, and so is the
+        // reply its first delivery got.
+        std::optional<nuvMQClassifyMessage> stored;
+        guarded([&] {
+            QSqlQuery query = run(
+                db, QStringLiteral("SELECT reply FROM processed_requests WHERE request_key = ?"),
+                { requestKey });
+            if (query.next()) {
+                nuvMQClassifyMessage earlier;
+                earlier.fromWireBytes(query.value(0).toByteArray());
+                stored = earlier;
+            }
+        });
+        if (stored) {
+            plain(db, QStringLiteral("COMMIT"));
+            if (replayed)
+                *replayed = true;
+            return *stored;
+        }
+    }
+
+    QString markerBefore;
+    QString markerAfter;
+    const std::optional<Failure> failure = guarded([&] {
+        markerBefore = currentMarker(db);
+        admitCaller(ctx, entry, sessionToken, engineOptions.sessionTimeoutMinutes);
+        if (!(entry.flags & OutsideTransaction)) {
+            entry.handler(ctx);
+            if (entry.flags & Writes)
+                bumpChangeCounter(db);
+        }
+        markerAfter = currentMarker(db);
+    });
+    if (failure) {
+        markerAfter = markerBefore;
+        ctx.reply = nuvMQClassifyMessage();
+        setError(ctx.reply, describe(word, *failure));
+    }
+    const bool keep = !failure || failure->keepChanges;
+    const bool lateWork = !failure && (entry.flags & OutsideTransaction);
+    // The marker goes to every logged-in caller, with errors too (the client
+    // keeps whatever marker a reply carries). The comparison is with the
+    // state before this request, so a caller's own write asks for no reload.
+    const auto addMarker = [&] {
+        if (ctx.session && ctx.session->state == QLatin1String("active")
+            && !markerAfter.isEmpty()) {
+            ctx.reply.setUpdateString(markerAfter);
+            const QString sent = request.getUpdateString();
+            ctx.reply.setUpdateRequested(!sent.isEmpty() && sent != markerBefore);
+        }
+    };
+    // A keyed request records its reply with its effect, in one commit.
+    // Work outside the transaction (backups, mail) has no reply yet; its
+    // record follows in a transaction of its own.
+    bool recorded = requestKey.isEmpty() || !keep || lateWork;
+    if (!recorded) {
+        addMarker();
+        recorded = !guarded([&] { recordReply(requestKey, ctx.reply); });
+    }
+    if (!recorded || !plain(db, keep ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
+        plain(db, QStringLiteral("ROLLBACK"));
+        ctx.reply = nuvMQClassifyMessage();
+        setError(ctx.reply, word + QStringLiteral(": the database refused to commit the change"));
+        return ctx.reply;
+    }
+    if (lateWork) {
+        if (const std::optional<Failure> late = guarded([&] { entry.handler(ctx); })) {
+            ctx.reply = nuvMQClassifyMessage();
+            setError(ctx.reply, describe(word, *late));
+        }
+    }
+    addMarker();
+    if (lateWork && !requestKey.isEmpty() && plain(db, QStringLiteral("BEGIN IMMEDIATE"))) {
+        const bool stored = !guarded([&] { recordReply(requestKey, ctx.reply); });
+        plain(db, stored ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
+    }
+    return ctx.reply;
+}
+
+void ServerEngine::recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply)
+{
+    run(db,
+        QStringLiteral("INSERT INTO processed_requests(request_key, reply, processed)"
+                       " VALUES (?, ?, ?)"),
+        { requestKey, reply.toWireBytes(), nowText() });
+}
+
+} // namespace nuvserver

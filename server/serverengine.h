@@ -1,0 +1,112 @@
+#ifndef NUVSERVER_SERVERENGINE_H
+#define NUVSERVER_SERVERENGINE_H
+
+#include "nuvmqclassifymessage.h"
+
+#include <QSqlDatabase>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+class QThread;
+
+/*
+ * The reference document server: one request message in, one reply message
+ * out, over an SQLite database. docs/server.md describes the model, every
+ * command and its record layouts.
+ */
+namespace nuvserver {
+
+struct EngineOptions
+{
+    QString databasePath; // SQLite file; created on first open
+    QString backupDirectory; // "CFDOBACKUP" writes here; empty = not configured
+    QStringList fileSystemRoots; // "CFFSLIST"/"CFFSCHECK" stay inside these
+    QString mailCommand; // empty = "CFTESTMAIL" answers "not configured"
+    QString ldapUrl; // empty = "CFLDAPCOMMAND" answers "not configured"
+    QString webUrl; // empty = "CFWEBCOMMAND" answers "not configured" (but PING)
+    QString scanInputDirectory; // one subdirectory per scan-input process
+    QStringList extraPlugins; // announced at login after the built-in ones
+    int pbkdf2Iterations = 100000; // for new password hashes
+    int minPasswordLength = 8;
+    int busyTimeoutMs = 10000; // how long a request waits for another writer
+    int sessionTimeoutMinutes = 0; // 0 = sessions never expire while idle
+    int mailTimeoutSeconds = 30;
+    // When both are set and the database has no user yet, open() creates
+    // this administrator (lets an embedded host start from nothing).
+    QString initialAdminUser;
+    QString initialAdminPassword;
+
+    // The options from the NUV_SERVER_* environment variables (see
+    // docs/server.md), with `databasePath` as given.
+    static EngineOptions fromEnvironment(const QString &databasePath);
+};
+
+class Context;
+
+/*
+ * One engine owns one database connection. It may be used from one thread at
+ * a time; when a call arrives on another thread than the previous one, the
+ * engine reopens its connection there (Qt SQL connections belong to the
+ * thread that made them). Several engines, in one process or several, may
+ * share one database file: every request runs in its own IMMEDIATE
+ * transaction and waits up to `busyTimeoutMs` for another writer.
+ */
+class ServerEngine
+{
+public:
+    explicit ServerEngine(EngineOptions options);
+    ~ServerEngine();
+    ServerEngine(const ServerEngine &) = delete;
+    ServerEngine &operator=(const ServerEngine &) = delete;
+
+    // Opens or creates the database and migrates its schema.
+    bool open(QString *error);
+    // One request in, one reply out. `sessionToken` identifies the caller's
+    // connection: a login binds the user to it, and every later command of
+    // that token runs as that user.
+    nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const QString &sessionToken);
+    // The same, with at most one effect per `requestKey` (a broker request
+    // that may be delivered again after a server died before acknowledging
+    // it): the reply is recorded in the request's own transaction, and a
+    // request whose key is already recorded gets that reply back without
+    // running again (`replayed` says so). Failures that changed nothing are
+    // not recorded, so running them again is harmless. An empty key is the
+    // plain handle().
+    nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const QString &sessionToken,
+                                const QString &requestKey, bool *replayed = nullptr);
+    // Removes records of processed requests older than `hours` (a broker
+    // never delivers a request again after its callers have given up).
+    void forgetProcessedRequests(int hours);
+    // Forgets the session of a connection that has gone away (the same as
+    // "CFCLOSESESSION", without a reply).
+    void endSession(const QString &sessionToken);
+
+    const EngineOptions &options() const { return engineOptions; }
+
+    // Creates the database if needed and its first administrator (fails if
+    // any user exists).
+    static bool initialiseDatabase(const EngineOptions &options, const QString &adminUser,
+                                   const QString &adminPassword, const QString &fullName,
+                                   QString *error);
+    // Every command word the engine handles, sorted.
+    static QStringList commandWords();
+    // The client version that "CFLOGIN" reports.
+    static QString protocolVersion();
+
+private:
+    bool ensureConnection(QString *error);
+    void closeConnection();
+    void recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply);
+
+    EngineOptions engineOptions;
+    QString connectionName;
+    QSqlDatabase db;
+    QThread *connectionThread = nullptr;
+    bool opened = false;
+};
+
+} // namespace nuvserver
+
+#endif // NUVSERVER_SERVERENGINE_H

@@ -1,0 +1,59 @@
+#ifndef NUVSERVER_SQL_H
+#define NUVSERVER_SQL_H
+
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QString>
+#include <QVariant>
+#include <QVariantList>
+
+/*
+ * The failure that ends a command, and the few query helpers every command
+ * group uses: a failed statement becomes a Failure, so a handler never has to
+ * check a result by hand and the engine rolls the whole request back.
+ */
+namespace nuvserver {
+
+struct Failure
+{
+    QString text;
+    // Commit what was written before the failure (a refused login still
+    // records that the session waits for a password change).
+    bool keepChanges = false;
+    // The text goes out as it is, without the command word in front.
+    bool bare = false;
+};
+
+[[noreturn]] void fail(const QString &text);
+
+// Prepares `sql`, binds `values` in order and executes it.
+QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// The first column of the first row, or an invalid QVariant without a row.
+QVariant scalar(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// Whether the statement yields at least one row.
+bool exists(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// The first column of every row as text.
+QStringList column(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// Lists of strings stored under a key: one row per string in `table`, the
+// key in `keyColumn`, the string in `valueColumn` and, when `positionColumn`
+// is given, its place in the list (read back in that order; otherwise the
+// strings come sorted).
+struct KeyedList
+{
+    const char *table;
+    const char *keyColumn;
+    const char *valueColumn;
+    const char *positionColumn = nullptr;
+};
+QStringList readList(const QSqlDatabase &db, const KeyedList &list, const QVariant &key);
+void writeList(const QSqlDatabase &db, const KeyedList &list, const QVariant &key,
+               const QStringList &values);
+
+// "?, ?, ?" for the items, which are appended to `values`; an empty list
+// gives one placeholder bound to NULL, so "x IN (...)" stays valid and
+// matches nothing.
+QString inList(const QStringList &items, QVariantList &values);
+
+} // namespace nuvserver
+
+#endif // NUVSERVER_SQL_H

@@ -1,0 +1,73 @@
+#ifndef SERVERTESTSUPPORT_H
+#define SERVERTESTSUPPORT_H
+
+#include "classifyinterface.h"
+#include "nuvmqclassifymessage.h"
+#include "serverengine.h"
+
+#include <QTemporaryDir>
+
+#include <memory>
+
+/*
+ * What the server tests share: a fresh database in a temporary directory
+ * with its first administrator, classify clients that reach it through the
+ * embedded transport as a host would, and requests sent to an engine
+ * directly for what the client never sends.
+ */
+namespace servertest {
+
+using ClientPtr = std::unique_ptr<ClassifyInterface>;
+
+extern const QString adminUser; // "admin"
+extern const QString adminPassword;
+// Every user that a test creates with user() has this password.
+QString passwordOf(const QString &login);
+
+class TestServer
+{
+public:
+    // Clears the NUV_SERVER_* environment but for a low PBKDF2 iteration
+    // count, and creates the database with its administrator.
+    TestServer();
+
+    QString databasePath() const;
+    QString path(const QString &name) const; // inside the temporary directory
+
+    // A client logged in with these credentials; null when the login fails
+    // (then `error` holds the client's error text).
+    ClientPtr connect(const QString &login, const QString &password, QString *error = nullptr);
+    ClientPtr admin();
+    // Creates the user (through the administrator's client) with `roles`
+    // and returns it logged in.
+    ClientPtr user(const QString &login, const QStringList &roles = {});
+    // A client whose transport is connected but that has not logged in.
+    ClientPtr unconnected();
+
+    // An engine on the same database, for requests a client never sends.
+    std::unique_ptr<nuvserver::ServerEngine> engine();
+
+private:
+    QTemporaryDir directory;
+};
+
+// The embedded transport's directory.
+QString embeddedTransportDir();
+
+// A request for ServerEngine::handle.
+nuvMQClassifyMessage request(const QString &command, const QString &docId = QString(),
+                             const QStringList &dataList = {}, const QList<QByteArray> &data = {});
+// Logs `token` in on the engine; fails the test when refused.
+void engineLogin(nuvserver::ServerEngine &engine, const QString &token, const QString &login,
+                 const QString &password);
+
+// The client's operations outside ClassifyInterface, through its meta-object.
+bool setRoleRoles(ClassifyInterface *client, const QString &role, const QStringList &roles);
+QStringList getRevisionen(ClassifyInterface *client, const QString &docId);
+
+QString joined(const QStringList &fields); // fields joined by U+FEFF
+QStringList fieldsOf(const QString &record);
+
+} // namespace servertest
+
+#endif // SERVERTESTSUPPORT_H
