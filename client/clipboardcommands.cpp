@@ -42,8 +42,8 @@ bool NuvClassifyClient::readClipboards(QList<QPair<QString, QString>> &clipboard
                        // Appended; a name without its byte array gets a null
                        // text rather than a read past the reply.
                        for (int i = 0; i < reply.dataList.size(); ++i)
-                           clipboards.append({ reply.dataList.at(i),
-                                               nuv::textFromBytes(reply.data.value(i)) });
+                           clipboards.append(
+                               { reply.dataList.at(i), nuv::textFromBytes(reply.data.value(i)) });
                        return true;
                    });
 }
@@ -53,7 +53,8 @@ bool NuvClassifyClient::addClipboardCard(const QString &clipboard, const QString
 {
     // Joined into one entry here, two entries in the update: the server's
     // two commands differ.
-    return perform(Command("CFCADDCARD"), fields(clipboard, { card + nuv::recordSeparator + cardData }));
+    return perform(Command("CFCADDCARD"),
+                   fields(clipboard, { card + nuv::recordSeparator + cardData }));
 }
 
 bool NuvClassifyClient::removeClipboardCard(const QString &clipboard, const QString &card)
@@ -137,7 +138,8 @@ bool NuvClassifyClient::updateExtentedSearch(int search, QString first, QString 
 
 QStringList NuvClassifyClient::getExtentedSearch(QStringList entries)
 {
-    return performForList(Command("CFEXTSEARCHFIN"), listFields({ nuv::joinSearchEntry({}, entries) }));
+    return performForList(Command("CFEXTSEARCHFIN"),
+                          listFields({ nuv::joinSearchEntry({}, entries) }));
 }
 
 bool NuvClassifyClient::deleteExtentedSearch(QString search)
