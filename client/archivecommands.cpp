@@ -18,9 +18,11 @@ int tenantNumber(const QStringRef &text)
     return text.toInt(); // not a number: tenant 0
 }
 
-QString folderKey(const QStringRef &text)
+// Folder keys compare as plain strings; the reference into the reply is
+// enough while the pairing runs.
+QStringRef folderKey(const QStringRef &text)
 {
-    return text.toString();
+    return text;
 }
 } // namespace
 
@@ -70,8 +72,8 @@ bool NuvClassifyClient::getMandanten(QStringList &tenants, QList<QByteArray> &pa
 void NuvClassifyClient::assembleFolders(const NuvKespClassifyBlock &reply, QStringList &folders,
                                         QList<QByteArray> &payloads)
 {
-    payloads = nuv::pairRecordsWithPayloads<QString>(reply.dataList, reply.docId, reply.data,
-                                                     folderKeyField, folderKey);
+    payloads = nuv::pairRecordsWithPayloads<QStringRef>(reply.dataList, reply.docId, reply.data,
+                                                        folderKeyField, folderKey);
     folders = reply.dataList;
 }
 

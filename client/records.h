@@ -3,7 +3,10 @@
 
 #include "nuvkespclassifyblock.h"
 
-#include <QMap>
+#include <QVector>
+
+#include <algorithm>
+#include <vector>
 
 /*
  * Small pieces shared by the command groups: building request blocks,
@@ -87,15 +90,30 @@ template<typename Key, typename ToKey>
 QList<QByteArray> pairRecordsWithPayloads(const QStringList &records, const QString &keys,
                                           const QList<QByteArray> &data, int keyField, ToKey toKey)
 {
-    QMap<Key, QByteArray> payloadByKey;
+    // A sorted vector rather than a map: one allocation for the whole index,
+    // and keys that refer into the reply instead of copies of it.
+    struct Entry
+    {
+        Key key;
+        int payload;
+    };
     const QVector<QStringRef> keyParts = keys.splitRef(recordSeparator, Qt::SkipEmptyParts);
+    std::vector<Entry> index;
+    index.reserve(size_t(keyParts.size()));
     for (int i = 0; i < keyParts.size(); ++i)
-        payloadByKey.insert(toKey(keyParts.at(i)), data.value(i));
+        index.push_back({ toKey(keyParts.at(i)), i });
+    // Stable, so that among equal keys the later one stays last.
+    const auto byKey = [](const Entry &a, const Entry &b) { return a.key < b.key; };
+    std::stable_sort(index.begin(), index.end(), byKey);
 
     QList<QByteArray> payloads;
     payloads.reserve(records.size());
-    for (const QString &record : records)
-        payloads.append(payloadByKey.value(toKey(recordField(record, keyField))));
+    for (const QString &record : records) {
+        const Entry probe { toKey(recordField(record, keyField)), 0 };
+        const auto after = std::upper_bound(index.begin(), index.end(), probe, byKey);
+        const bool found = after != index.begin() && !(std::prev(after)->key < probe.key);
+        payloads.append(found ? data.value(std::prev(after)->payload) : QByteArray());
+    }
     return payloads;
 }
 

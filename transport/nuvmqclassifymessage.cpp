@@ -4,8 +4,7 @@ namespace {
 // Lists are reassigned only when the payload really differs; assigning a
 // list to one that already shares its data is a no-op in Qt anyway, but the
 // explicit test keeps the intent visible and avoids the atomic ref dance.
-template<typename List>
-void assignIfDifferent(List &target, const List &source)
+template<typename List> void assignIfDifferent(List &target, const List &source)
 {
     if (!target.isSharedWith(source))
         target = source;

@@ -1,0 +1,22 @@
+#ifndef NUV_BASE64TEXT_H
+#define NUV_BASE64TEXT_H
+
+#include <QByteArray>
+#include <QString>
+
+/*
+ * Base64 straight to and from the QString that carries a message, without a
+ * Latin-1 or UTF-8 copy of the text in between.
+ *
+ * The results equal QByteArray::toBase64() (standard alphabet, padded) read as
+ * text, and QByteArray::fromBase64() of the text's UTF-8 form: every character
+ * outside the alphabet, '=' and non-ASCII characters included, is skipped.
+ */
+namespace nuv {
+
+QString base64Text(const QByteArray &bytes);
+QByteArray bytesFromBase64Text(const QString &text);
+
+} // namespace nuv
+
+#endif // NUV_BASE64TEXT_H
