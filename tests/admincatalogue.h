@@ -5,31 +5,18 @@
  * Every server, session, administration, user, role and rights operation as
  * data: the arguments it is called with, the request it must send, how its
  * reply is judged, whether it takes the client's lock, and what it gives back
- * after fullReply() with a passing and with a failing status word.
+ * after richReply() with a passing and with a failing status word.
  *
  * Out-parameters start with the caller's own values ("caller", "mine", ...)
  * that the reply never carries, so "left untouched" is visible.
  */
 
-#include "admintestkit.h"
+#include "commandkit.h"
 
-namespace admintests {
-
-template<typename Operation> Call returning(Operation call)
-{
-    return [call](ClassifyInterface *c) { return Outcome { QVariant::fromValue(call(c)) }; };
-}
-
-template<typename Operation> Call returningNothing(Operation call)
-{
-    return [call](ClassifyInterface *c) {
-        call(c);
-        return Outcome {};
-    };
-}
+namespace commandkit {
 
 // An operation that fills a caller's string list, which starts as {"caller"}.
-template<typename Operation> Call fillingList(Operation call)
+template<typename F> Call fillingList(F call)
 {
     return [call](ClassifyInterface *c) {
         QStringList list { "caller" };
@@ -74,13 +61,10 @@ inline bool setRoleRoles(ClassifyInterface *c, const QString &role, const QStrin
     return ok;
 }
 
-// The transport's text when a row is answered with noReply().
-constexpr const char *brokerGone = "broker gone";
-
-inline QList<AdminOperation> adminOperations()
+inline QList<Operation> adminOperations()
 {
     using C = ClassifyInterface *;
-    const QStringList replyList { "s1", "s2" };
+    const QStringList replyList = richList();
     const QVariant replyBytes = bytes({ "b1", "b2" });
     // A result that is only success or failure.
     const Outcome yes { true }, no { false };
@@ -89,14 +73,14 @@ inline QList<AdminOperation> adminOperations()
     // A list argument filled from the reply, or left as the caller had it.
     const Outcome filled { true, replyList }, untouched { false, QStringList { "caller" } };
     // A pass-through call that got no reply: empty lists and the transport's text.
-    const Outcome unansweredPassThrough { false, bytes({}), QStringList(), QString(brokerGone) };
+    const Outcome unansweredPassThrough { false, bytes({}), QStringList(), transportErrorText };
 
     return {
         // Server information and index
         operation("getServerVersion", returning([](C c) { return c->getServerVersion(); }))
             .sends("CFSERVERVERSION")
             .unlocked()
-            .gives({ QString("doc-7") }, { QString("") }),
+            .gives({ QString("41") }, { QString("") }),
         operation("getIndexerInfos",
                   fillingList([](C c, QStringList &l) { return c->getIndexerInfos(l); }))
             .sends("CFGETINDEXINFOS")
@@ -125,19 +109,19 @@ inline QList<AdminOperation> adminOperations()
         operation("updateLastModified", returningNothing([](C c) { c->updateLastModified(); }))
             .sends("CFLASTUPDATE")
             .unlocked()
-            .judgedBy(ReplyForm::Ignored)
+            .judgedBy(Form::Untested)
             .keepingLastError()
             .gives({}, {}),
         operation("setLastModified", returningNothing([](C c) { c->setLastModified(); }))
             .sends("CFSETLASTMODIFIED")
             .unlocked()
-            .judgedBy(ReplyForm::Ignored)
+            .judgedBy(Form::Untested)
             .keepingLastError()
             .gives({}, {}),
         operation("closeSession", returning([](C c) { return c->closeSession(); }))
             .sends("CFCLOSESESSION")
             .unlocked()
-            .judgedBy(ReplyForm::OkEquals)
+            .judgedBy(Form::OkEquals)
             .gives(yes, no),
         operation("testMail", returning([](C c) { return c->testMail("admin@example.org"); }))
             .sends("CFTESTMAIL", "admin@example.org")
@@ -154,7 +138,7 @@ inline QList<AdminOperation> adminOperations()
         operation("loadRemoteFS",
                   fillingList([](C c, QStringList &l) { return c->loadRemoteFS("/srv", l); }))
             .sends("CFFSLIST", "/srv")
-            .gives({ true, QStringList { "caller", "s1", "s2" } }, untouched),
+            .gives({ true, QStringList { "caller" } + replyList }, untouched),
         operation("checkUpdate", checkUpdateRequests)
             .sends("CFUPDATES")
             .gives(replyListOnly, emptyList),
@@ -167,14 +151,14 @@ inline QList<AdminOperation> adminOperations()
             .unlocked()
             .keepingLastError()
             .gives({ true, replyBytes, replyList, QString("") },
-                   { false, replyBytes, replyList, QString("denied") })
+                   { false, replyBytes, replyList, serverErrorText })
             .givesWithoutReply(unansweredPassThrough),
         operation("doWebCommand", passingThrough(&ClassifyInterface::doWebCommand, { "a1", "a2" }))
             .sends("CFWEBCOMMAND", "inner", {}, { "a1", "a2" })
             .withTimeout(180)
             .keepingLastError()
             .gives({ true, replyBytes, replyList, QString("") },
-                   { false, replyBytes, replyList, QString("denied") })
+                   { false, replyBytes, replyList, serverErrorText })
             .givesWithoutReply(unansweredPassThrough),
 
         // User data store: byte arrays travel as [fourth argument, third].
@@ -199,7 +183,7 @@ inline QList<AdminOperation> adminOperations()
                       return Outcome { ok, QStringList(names), bytes(firsts), bytes(seconds) };
                   })
             .sends("CFLOADUSERDATA", QString(), { "k" }, { "S1", "S2" })
-            .gives({ true, QStringList { "n0", "s1" }, bytes({ "b2" }), bytes({ "b1" }) },
+            .gives({ true, QStringList { "n0", richRecord() }, bytes({ "b2" }), bytes({ "b1" }) },
                    { false, QStringList { "n0" }, bytes({ "F" }), bytes({ "S1", "S2" }) }),
         operation("deleteUserData", returning([](C c) { return c->deleteUserData("k1", "k2"); }))
             .sends("CFDELUSERDATA", QString(), { "k1", "k2" })
@@ -233,7 +217,7 @@ inline QList<AdminOperation> adminOperations()
                   returning([](C c) { return c->changeExpiredPass("u1", "old", "new", "x", 5); }))
             .sends("CFDOCCHANGEEXPIREDPASS", "u1", { "old", "new" })
             .unlocked()
-            .judgedBy(ReplyForm::ErrorContained)
+            .judgedBy(Form::ErrorContained)
             .gives(yes, no),
 
         // Roles
@@ -264,7 +248,7 @@ inline QList<AdminOperation> adminOperations()
                   })
             .sends("CFSENDUSERPRIVATEROLE")
             .unlocked()
-            .gives({ true, QString("s1") }, { false, QString("mine") }),
+            .gives({ true, richRecord() }, { false, QString("mine") }),
         operation("setRoles", returning([](C c) {
                       return c->setRoles({ "r1", "r2" });
                   }))
@@ -307,9 +291,9 @@ inline QList<AdminOperation> adminOperations()
     };
 }
 
-inline AdminOperation adminOperation(const QString &name)
+inline Operation adminOperation(const QString &name)
 {
-    for (const AdminOperation &op : adminOperations()) {
+    for (const Operation &op : adminOperations()) {
         if (op.name == name)
             return op;
     }
@@ -323,6 +307,6 @@ inline Call catalogueCall(const char *name)
     return adminOperation(QString::fromLatin1(name)).call;
 }
 
-} // namespace admintests
+} // namespace commandkit
 
 #endif // ADMINCATALOGUE_H

@@ -4,36 +4,12 @@
 
 #include "admincatalogue.h"
 
-using namespace admintests;
+using namespace commandkit;
 
 namespace {
 
 // How each reply test judges a status word; the time-stamp notices, which
 // judge nothing, pass on every word.
-struct StatusWord
-{
-    const char *label;
-    const char *word;
-    bool passesErrorEquals;
-    bool passesOkEquals;
-    bool passesErrorContained;
-
-    bool passes(ReplyForm form) const
-    {
-        switch (form) {
-        case ReplyForm::ErrorEquals:
-            return passesErrorEquals;
-        case ReplyForm::OkEquals:
-            return passesOkEquals;
-        case ReplyForm::ErrorContained:
-            return passesErrorContained;
-        case ReplyForm::Ignored:
-            break;
-        }
-        return true;
-    }
-};
-
 const StatusWord errorWord { "\"ERROR\"", "ERROR", false, false, false };
 
 const StatusWord otherWords[] = {
@@ -69,7 +45,7 @@ private:
 void AdminCatalogueTest::request_data()
 {
     addRequestColumns();
-    for (const AdminOperation &op : adminOperations())
+    for (const Operation &op : adminOperations())
         QTest::addRow("%s sends %s", qPrintable(op.name), qPrintable(op.request.command))
             << op.call << op.request;
 }
@@ -81,14 +57,14 @@ void AdminCatalogueTest::request()
 
 void AdminCatalogueTest::addStatusRows(const StatusWord &status)
 {
-    for (const AdminOperation &op : adminOperations()) {
+    for (const Operation &op : adminOperations()) {
         const bool passes = status.passes(op.form);
         const bool recordsError = !passes && op.recordsError;
-        QTest::addRow("%s answered %s %s%s", qPrintable(op.name), status.label,
-                      passes ? "succeeds" : "fails",
-                      recordsError ? " and records the error" : ", keeping the last error")
-            << op.call << Answers { fullReply(status.word) } << (passes ? op.passed : op.failed)
-            << (recordsError ? QStringLiteral("denied") : earlierError());
+        addStatusRow(
+            QString::asprintf("%s answered %s %s%s", qPrintable(op.name), status.label,
+                              passes ? "succeeds" : "fails",
+                              recordsError ? " and records the error" : ", keeping the last error"),
+            op, status);
     }
 }
 
@@ -122,10 +98,8 @@ void AdminCatalogueTest::statusWord()
 void AdminCatalogueTest::transportFailure_data()
 {
     addOutcomeColumns();
-    for (const AdminOperation &op : adminOperations())
-        QTest::addRow("%s without a reply", qPrintable(op.name))
-            << op.call << Answers { noReply(brokerGone) } << op.withoutReply()
-            << (op.recordsErrorWithoutReply() ? QString(brokerGone) : earlierError());
+    for (const Operation &op : adminOperations())
+        addTransportFailureRow(op.name + QStringLiteral(" without a reply"), op);
 }
 
 void AdminCatalogueTest::transportFailure()

@@ -2,12 +2,12 @@
 // the archive that later requests carry, and how the tenant records of a
 // reply are paired with its byte arrays.
 
-#include "operationrows.h"
+#include "lockprobe.h"
 
 #include <QSignalSpy>
 #include <QtTest>
 
-using namespace operationrows;
+using namespace commandkit;
 
 namespace {
 // Every operation of this area once; defined below its helpers.
@@ -24,7 +24,7 @@ private Q_SLOTS:
     void outcomes_data();
     void outcomes() { checkOutcomeRow(); }
     void lockedOperations_data() { addLockingRows(catalogue(), true); }
-    void lockedOperations() { checkLockedOperationRow(); }
+    void lockedOperations() { checkLockedOperationRow(getBemerkungenHolds()); }
     void currentArchiveTravelsWithLaterRequests_data();
     void currentArchiveTravelsWithLaterRequests();
     void tenantAssembly_data();
@@ -158,7 +158,7 @@ void ArchiveCommandsTest::currentArchiveTravelsWithLaterRequests()
     ClientPtr client = loggedInClient();
     answer(Reply("OK"));
     QVERIFY(client->setCurrentArchive("first"));
-    queue(selection);
+    selection.queue();
     client->setCurrentArchive("second");
     answer(Reply("OK"));
     QStringList list;

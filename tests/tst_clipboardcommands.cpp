@@ -1,14 +1,14 @@
 // Clipboards and their cards, shares and stored extended searches, through
 // the real plugin and the scripted transport.
 
-#include "operationrows.h"
+#include "commandkit.h"
 
 #include <QtTest>
 
 #include <climits>
 #include <utility>
 
-using namespace operationrows;
+using namespace commandkit;
 
 class ClipboardCommandsTest : public QObject
 {
@@ -80,13 +80,13 @@ Call readCards(const QString &clipboard, const QStringList &cardsBefore,
 
 Call addCard(const QString &clipboard, const QString &card, const QString &cardData)
 {
-    return result(
+    return returning(
         [=](ClassifyInterface *c) { return c->addClipboardCard(clipboard, card, cardData); });
 }
 
 Call updateCard(const QString &clipboard, const QString &card, const QString &cardData)
 {
-    return result(
+    return returning(
         [=](ClassifyInterface *c) { return c->updateClibpoardCard(clipboard, card, cardData); });
 }
 
@@ -114,89 +114,96 @@ QList<QByteArray> shareData(const QByteArray &third, const QByteArray &number,
 
 Call addSearch(const QString &first, const QString &second, const QStringList &entries)
 {
-    return result(
+    return returning(
         [=](ClassifyInterface *c) { return c->addExtentedSearch(first, second, entries); });
 }
 
 Call updateSearch(int search, const QString &first, const QString &second,
                   const QStringList &entries)
 {
-    return result([=](ClassifyInterface *c) {
+    return returning([=](ClassifyInterface *c) {
         return c->updateExtentedSearch(search, first, second, entries);
     });
 }
 
 Call findSearch(const QStringList &entries)
 {
-    return result([=](ClassifyInterface *c) { return c->getExtentedSearch(entries); });
+    return returning([=](ClassifyInterface *c) { return c->getExtentedSearch(entries); });
 }
 
 Call deleteSearch(const QString &search)
 {
-    return result([=](ClassifyInterface *c) { return c->deleteExtentedSearch(search); });
+    return returning([=](ClassifyInterface *c) { return c->deleteExtentedSearch(search); });
 }
 
 QList<Operation> catalogue()
 {
-    const QVariantList passedTrue { true };
-    const QVariantList failedFalse { false };
-    const QVariantList passedList { richList() };
-    const QVariantList failedList { noList };
     const Form errorForm = Form::ErrorEquals;
     const Form okForm = Form::OkEquals;
     const Pairs kept { { "kept", "text" } };
     const Pairs keptAndRead { { "kept", "text" }, { richRecord(), "b1" }, { "r2", "b2" } };
-    // clang-format off
     return {
-        { "addClipboard", newClipboard("clip"), { "CFADDCLIPBOARD", "", { "clip" } }, errorForm,
-          true, { "41" }, { QVariant() } },
-        { "renameClipboard",
-          result([](ClassifyInterface *c) { return c->renameClipboard("c1", "new"); }),
-          { "CFRENAMECLIPBOARD", "c1", { "new" } }, errorForm, true, passedTrue, failedFalse },
-        { "removeClipboard", result([](ClassifyInterface *c) { return c->removeClipboard("c1"); }),
-          { "CFREMOVECLIPBOARD", "c1" }, errorForm, true, passedTrue, failedFalse },
-        { "readClipboards", readClipboards(kept), { "CFREADCLIPBOARDS" }, errorForm, true,
-          { true, pairs(keptAndRead) }, { false, pairs(kept) } },
-        { "readClipboardCards", readCards("c1", { "old" }, { "kept" }), { "CFCREADCCARDS", "c1" },
-          errorForm, true, { true, richList(), QVariantList { "kept", "b1", "b2" } },
-          { false, QStringList { "old" }, QVariantList { "kept" } } },
-        { "addClipboardCard", addCard("c1", "k", "v"),
-          { "CFCADDCARD", "c1", { QString("k") + separator + "v" } }, errorForm, true, passedTrue,
-          failedFalse },
-        { "removeClipboardCard",
-          result([](ClassifyInterface *c) { return c->removeClipboardCard("c1", "k"); }),
-          { "CFCREMOVECARD", "c1", { "k" } }, errorForm, true, passedTrue, failedFalse },
-        { "clearClipboardCards",
-          result([](ClassifyInterface *c) { return c->clearClipboardCards("c1"); }),
-          { "CFCCLEARCARDS", "c1" }, errorForm, true, passedTrue, failedFalse },
-        { "updateClibpoardCard", updateCard("c1", "k", "v"), { "CFCUPDATECARD", "c1", { "k", "v" } },
-          errorForm, true, passedTrue, failedFalse },
-        { "readClipboardRoles",
-          result([](ClassifyInterface *c) { return c->readClipboardRoles("c1"); }),
-          { "CFRCBROLES", "c1" }, errorForm, true, passedList, failedList },
-        { "writeClipboardRoles",
-          result([](ClassifyInterface *c) { return c->writeClipboardRoles("c1", { "r2", "r1" }); }),
-          { "CFWCBROLES", "c1", { "r2", "r1" } }, errorForm, true, passedTrue, failedFalse },
-        { "addShare", plainShare(),
-          { "CFADDSHARE", "", { "e1", "e2" }, shareData("third", "5", "2024-03-05 09:07:03", "first") },
-          okForm, true, { "41" }, { QVariant() } },
-        { "getShares", result([](ClassifyInterface *c) { return c->getShares(); }),
-          { "CFGETSHARES" }, okForm, true, passedList, failedList },
-        { "deleteShare", result([](ClassifyInterface *c) { return c->deleteShare("s1"); }),
-          { "CFDELSHARE", "s1" }, okForm, true, passedTrue, failedFalse },
-        { "addExtentedSearch", addSearch("A", "B", { "x", "y" }),
-          { "CFEXTSEARCHADD", "", { joined({ "A", "B", "x", "y" }) } }, errorForm, true,
-          passedTrue, failedFalse },
-        { "updateExtentedSearch", updateSearch(7, "A", "B", { "x" }),
-          { "CFEXTSEARCHUPD", "", { joined({ "7", "A", "B", "x" }) } }, errorForm, true,
-          passedTrue, failedFalse },
-        { "getExtentedSearch", findSearch({ "x", "y" }),
-          { "CFEXTSEARCHFIN", "", { joined({ "x", "y" }) } }, errorForm, true, passedList,
-          failedList },
-        { "deleteExtentedSearch", deleteSearch("s1"), { "CFEXTSEARCHDEL", "", { "s1" } },
-          errorForm, true, passedTrue, failedFalse },
+        operation("addClipboard", newClipboard("clip"), { "CFADDCLIPBOARD", "", { "clip" } },
+                  errorForm, LastError::Recorded, { "41" }, { QVariant() }),
+        operation("renameClipboard",
+                  returning([](ClassifyInterface *c) { return c->renameClipboard("c1", "new"); }),
+                  { "CFRENAMECLIPBOARD", "c1", { "new" } }, errorForm, LastError::Recorded,
+                  passedTrue, failedFalse),
+        operation("removeClipboard",
+                  returning([](ClassifyInterface *c) { return c->removeClipboard("c1"); }),
+                  { "CFREMOVECLIPBOARD", "c1" }, errorForm, LastError::Recorded, passedTrue,
+                  failedFalse),
+        operation("readClipboards", readClipboards(kept), { "CFREADCLIPBOARDS" }, errorForm,
+                  LastError::Recorded, { true, pairs(keptAndRead) }, { false, pairs(kept) }),
+        operation("readClipboardCards", readCards("c1", { "old" }, { "kept" }),
+                  { "CFCREADCCARDS", "c1" }, errorForm, LastError::Recorded,
+                  { true, richList(), QVariantList { "kept", "b1", "b2" } },
+                  { false, QStringList { "old" }, QVariantList { "kept" } }),
+        operation("addClipboardCard", addCard("c1", "k", "v"),
+                  { "CFCADDCARD", "c1", { QString("k") + separator + "v" } }, errorForm,
+                  LastError::Recorded, passedTrue, failedFalse),
+        operation("removeClipboardCard",
+                  returning([](ClassifyInterface *c) { return c->removeClipboardCard("c1", "k"); }),
+                  { "CFCREMOVECARD", "c1", { "k" } }, errorForm, LastError::Recorded, passedTrue,
+                  failedFalse),
+        operation("clearClipboardCards",
+                  returning([](ClassifyInterface *c) { return c->clearClipboardCards("c1"); }),
+                  { "CFCCLEARCARDS", "c1" }, errorForm, LastError::Recorded, passedTrue,
+                  failedFalse),
+        operation("updateClibpoardCard", updateCard("c1", "k", "v"),
+                  { "CFCUPDATECARD", "c1", { "k", "v" } }, errorForm, LastError::Recorded,
+                  passedTrue, failedFalse),
+        operation("readClipboardRoles",
+                  returning([](ClassifyInterface *c) { return c->readClipboardRoles("c1"); }),
+                  { "CFRCBROLES", "c1" }, errorForm, LastError::Recorded, passedList, failedList),
+        operation("writeClipboardRoles", returning([](ClassifyInterface *c) {
+                      return c->writeClipboardRoles("c1", { "r2", "r1" });
+                  }),
+                  { "CFWCBROLES", "c1", { "r2", "r1" } }, errorForm, LastError::Recorded,
+                  passedTrue, failedFalse),
+        operation("addShare", plainShare(),
+                  { "CFADDSHARE",
+                    "",
+                    { "e1", "e2" },
+                    shareData("third", "5", "2024-03-05 09:07:03", "first") },
+                  okForm, LastError::Recorded, { "41" }, { QVariant() }),
+        operation("getShares", returning([](ClassifyInterface *c) { return c->getShares(); }),
+                  { "CFGETSHARES" }, okForm, LastError::Recorded, passedList, failedList),
+        operation("deleteShare",
+                  returning([](ClassifyInterface *c) { return c->deleteShare("s1"); }),
+                  { "CFDELSHARE", "s1" }, okForm, LastError::Recorded, passedTrue, failedFalse),
+        operation("addExtentedSearch", addSearch("A", "B", { "x", "y" }),
+                  { "CFEXTSEARCHADD", "", { joined({ "A", "B", "x", "y" }) } }, errorForm,
+                  LastError::Recorded, passedTrue, failedFalse),
+        operation("updateExtentedSearch", updateSearch(7, "A", "B", { "x" }),
+                  { "CFEXTSEARCHUPD", "", { joined({ "7", "A", "B", "x" }) } }, errorForm,
+                  LastError::Recorded, passedTrue, failedFalse),
+        operation("getExtentedSearch", findSearch({ "x", "y" }),
+                  { "CFEXTSEARCHFIN", "", { joined({ "x", "y" }) } }, errorForm,
+                  LastError::Recorded, passedList, failedList),
+        operation("deleteExtentedSearch", deleteSearch("s1"), { "CFEXTSEARCHDEL", "", { "s1" } },
+                  errorForm, LastError::Recorded, passedTrue, failedFalse),
     };
-    // clang-format on
 }
 
 } // namespace
@@ -206,7 +213,7 @@ void ClipboardCommandsTest::requests_data()
     addRequestColumns();
     addCatalogueRequestRows(catalogue());
 
-    const auto row = [](const char *name, const Call &call, const ExpectedRequest &expected) {
+    const auto row = [](const char *name, const Call &call, const Request &expected) {
         addRequestRow(QString::fromUtf8(name), call, expected);
     };
     // Clipboards and cards
@@ -228,7 +235,7 @@ void ClipboardCommandsTest::requests_data()
     row("readClipboardCards carries the clipboard and sends no lists",
         readCards("board 7", { "c" }, { "t" }), { "CFCREADCCARDS", "board 7" });
     row("writeClipboardRoles with no roles still sends",
-        result([](ClassifyInterface *c) { return c->writeClipboardRoles("c1", {}); }),
+        returning([](ClassifyInterface *c) { return c->writeClipboardRoles("c1", {}); }),
         { "CFWCBROLES", "c1", {} });
 
     // Shares
@@ -268,7 +275,7 @@ void ClipboardCommandsTest::requests_data()
                     "Gr\xc3\xbc\xc3\x9f"
                     "e") });
     row("deleteShare with an empty share still sends",
-        result([](ClassifyInterface *c) { return c->deleteShare(""); }), { "CFDELSHARE", "" });
+        returning([](ClassifyInterface *c) { return c->deleteShare(""); }), { "CFDELSHARE", "" });
 
     // Extended searches
     row("addExtentedSearch(A, B, [x, y]) sends A|B|x|y", addSearch("A", "B", { "x", "y" }),
@@ -379,10 +386,10 @@ void ClipboardCommandsTest::outcomes_data()
 
     // Shares: only the exact word OK passes.
     row("getShares with OK and no entries returns an empty list",
-        result([](ClassifyInterface *c) { return c->getShares(); }), Reply("OK"), { noList },
+        returning([](ClassifyInterface *c) { return c->getShares(); }), Reply("OK"), { noList },
         earlierError);
     row("deleteShare with a leading blank before OK fails",
-        result([](ClassifyInterface *c) { return c->deleteShare("s1"); }),
+        returning([](ClassifyInterface *c) { return c->deleteShare("s1"); }),
         Reply(" OK").error("not ok"), { false }, "not ok");
 
     // Extended searches: the reply's list as it stands.
@@ -420,9 +427,9 @@ void ClipboardCommandsTest::sharesRunWhileTheLockIsHeld_data()
     QTest::addColumn<QString>("command");
     QTest::addColumn<QVariantList>("outcome");
     QTest::newRow("addShare") << plainShare() << "CFADDSHARE" << QVariantList { "s7" };
-    QTest::newRow("getShares") << result([](ClassifyInterface *c) { return c->getShares(); })
+    QTest::newRow("getShares") << returning([](ClassifyInterface *c) { return c->getShares(); })
                                << "CFGETSHARES" << QVariantList { QStringList { "s7" } };
-    QTest::newRow("deleteShare") << result([](ClassifyInterface *c) {
+    QTest::newRow("deleteShare") << returning([](ClassifyInterface *c) {
         return c->deleteShare("s7");
     }) << "CFDELSHARE" << QVariantList { true };
 }

@@ -1,11 +1,11 @@
 // Classification, document data and links, trash, archive moves, counts and
 // deadlines, through the real plugin and the scripted transport.
 
-#include "operationrows.h"
+#include "lockprobe.h"
 
 #include <QtTest>
 
-using namespace operationrows;
+using namespace commandkit;
 
 namespace {
 // Every operation of this area once; defined below its helpers.
@@ -22,9 +22,9 @@ private Q_SLOTS:
     void outcomes_data();
     void outcomes() { checkOutcomeRow(); }
     void lockedOperations_data() { addLockingRows(catalogue(), true); }
-    void lockedOperations() { checkLockedOperationRow(); }
+    void lockedOperations() { checkLockedOperationRow(getBemerkungenHolds()); }
     void unlockedOperations_data() { addLockingRows(catalogue(), false); }
-    void unlockedOperations() { checkUnlockedOperationRow(); }
+    void unlockedOperations() { checkUnlockedOperationRow(getBemerkungenHolds()); }
 };
 
 namespace {
@@ -69,14 +69,15 @@ Call history(const QString &docId, const QStringList &before)
 
 Call documentCount(const QString &query, bool withDeleted, bool ignoreArchive)
 {
-    return result([=](ClassifyInterface *c) {
+    return returning([=](ClassifyInterface *c) {
         return c->getDocumentCount(query, withDeleted, ignoreArchive);
     });
 }
 
 Call classifyCount(const QString &query, bool withoutHistory)
 {
-    return result([=](ClassifyInterface *c) { return c->getClassifyCount(query, withoutHistory); });
+    return returning(
+        [=](ClassifyInterface *c) { return c->getClassifyCount(query, withoutHistory); });
 }
 
 QList<Operation> catalogue()
@@ -92,26 +93,26 @@ QList<Operation> catalogue()
                   { "CFDOCMULTICLASSIFY", "in", { "v1", "v2" } }, errorForm, LastError::Recorded,
                   { true, "41" }, { false, "in" }),
         operation("newClassify",
-                  result([](ClassifyInterface *c) { return c->newClassify(7, "x", "y"); }),
+                  returning([](ClassifyInterface *c) { return c->newClassify(7, "x", "y"); }),
                   { "CFDOCNEWCLASSIFY", "7", { "x", "y" } }, errorForm, LastError::Recorded,
                   passedTrue, failedFalse),
         operation("newClassify with folder",
-                  result([](ClassifyInterface *c) { return c->newClassify(7, "x", "y", "f"); }),
+                  returning([](ClassifyInterface *c) { return c->newClassify(7, "x", "y", "f"); }),
                   { "CFDOCNEWCLASSIFYWITHFOLDER", "7", { "x", "y", "f" } }, errorForm,
                   LastError::Recorded, passedTrue, failedFalse),
         operation("getClassificationFields",
-                  result([](ClassifyInterface *c) { return c->getClassificationFields(true); }),
+                  returning([](ClassifyInterface *c) { return c->getClassificationFields(true); }),
                   { "CFCLASSIFYFIELDS", "1" }, errorForm, LastError::Recorded, passedList,
                   failedList),
         operation("getNextOid", withIdentifier(nextOid, "7", {}), { "CFGETNEXTOID", "7" },
                   errorForm, LastError::Recorded, { true, "41" }, { false, "7" }),
-        operation("getDocuments", result([](ClassifyInterface *c) {
+        operation("getDocuments", returning([](ClassifyInterface *c) {
                       return c->getDocuments({ "d1", "d2" });
                   }),
                   { "CFDOCSINFO", "0", { "d1", "d2" } }, errorForm, LastError::Recorded, passedList,
                   failedList),
         operation("getDocumentData",
-                  result([](ClassifyInterface *c) { return c->getDocumentData("doc", "sel"); }),
+                  returning([](ClassifyInterface *c) { return c->getDocumentData("doc", "sel"); }),
                   { "CFDOCINFO", "doc", { "sel" } }, errorForm, LastError::Recorded, passedList,
                   failedList),
         operation("getDocHistory", history("doc", { "old" }), { "CFDOCHIST", "doc" }, errorForm,
@@ -119,36 +120,36 @@ QList<Operation> catalogue()
         operation("getRevisionen", revisions("doc"), { "CFDOCREV", "doc" }, errorForm,
                   LastError::Recorded, { true, richList() }, { true, noList }),
         operation("getBemerkungen",
-                  result([](ClassifyInterface *c) { return c->getBemerkungen(); }), { "CFBEMERK" },
-                  errorForm, LastError::Recorded, passedList, failedList),
-        operation("addLinkedDocuments", result([](ClassifyInterface *c) {
+                  returning([](ClassifyInterface *c) { return c->getBemerkungen(); }),
+                  { "CFBEMERK" }, errorForm, LastError::Recorded, passedList, failedList),
+        operation("addLinkedDocuments", returning([](ClassifyInterface *c) {
                       return c->addLinkedDocuments("doc", { "l1", "l2" });
                   }),
                   { "CFADDLINKEDDOC", "doc", { "l1", "l2" } }, errorForm, LastError::Recorded,
                   passedTrue, failedFalse),
-        operation("removeLinkedDocuments", result([](ClassifyInterface *c) {
+        operation("removeLinkedDocuments", returning([](ClassifyInterface *c) {
                       return c->removeLinkedDocuments("doc", { "l1", "l2" });
                   }),
                   { "CFREMOVELINKEDDOC", "doc", { "l1", "l2" } }, errorForm, LastError::Recorded,
                   passedTrue, failedFalse),
         operation("readLinkedDocuments",
-                  result([](ClassifyInterface *c) { return c->readLinkedDocuments("doc"); }),
+                  returning([](ClassifyInterface *c) { return c->readLinkedDocuments("doc"); }),
                   { "CFREADLINKEDDOC", "doc" }, errorForm, LastError::Recorded, passedList,
                   failedList),
-        operation("moveDocumentsToTrash", result([](ClassifyInterface *c) {
+        operation("moveDocumentsToTrash", returning([](ClassifyInterface *c) {
                       return c->moveDocumentsToTrash({ "d1", "d2" });
                   }),
                   { "CFDOCSTOTRASH", QString(), { "d1", "d2" } }, errorForm, LastError::Recorded,
                   passedTrue, failedFalse)
-            .withoutLock(),
-        operation("removeDocumentsFromTrash", result([](ClassifyInterface *c) {
+            .unlocked(),
+        operation("removeDocumentsFromTrash", returning([](ClassifyInterface *c) {
                       return c->removeDocumentsFromTrash({ "d1", "d2" });
                   }),
                   { "CFDOCSFROMTRASH", QString(), { "d1", "d2" } }, errorForm, LastError::Recorded,
                   passedTrue, failedFalse)
-            .withoutLock(),
+            .unlocked(),
         operation("moveDocToArchive",
-                  result([](ClassifyInterface *c) { return c->moveDocToArchive(8, 3); }),
+                  returning([](ClassifyInterface *c) { return c->moveDocToArchive(8, 3); }),
                   { "CFDOCSTOARCHIVE", "3", { "8" } }, errorForm, LastError::Recorded, passedTrue,
                   failedFalse),
         operation("getDocumentCount", documentCount("q", true, false),
@@ -158,16 +159,16 @@ QList<Operation> catalogue()
                   { "CFCLASSCOUNT", QString(), { "q" } }, errorForm, LastError::Recorded,
                   { qint64(41) }, { qint64(-1) }),
         operation("getDeadLineForDocId",
-                  result([](ClassifyInterface *c) { return c->getDeadLineForDocId("doc"); }),
+                  returning([](ClassifyInterface *c) { return c->getDeadLineForDocId("doc"); }),
                   { "CFSENDDEADLINEFORDOCID", QString(), { "doc" } }, okForm, LastError::Recorded,
                   passedList, failedList),
-        operation("getDeadLines", result([](ClassifyInterface *c) {
+        operation("getDeadLines", returning([](ClassifyInterface *c) {
                       return c->getDeadLines({ "s1", "s2" });
                   }),
                   { "CFSENDDEADLINES", QString(), { "s1", "s2" } }, okForm, LastError::Recorded,
                   passedList, failedList),
         operation("saveDeadLines",
-                  result([](ClassifyInterface *c) { return c->saveDeadLines({ "d1" }); }),
+                  returning([](ClassifyInterface *c) { return c->saveDeadLines({ "d1" }); }),
                   { "CFSAVEDEADLINES", QString(), { "d1" } }, okForm, LastError::Recorded,
                   passedTrue, failedFalse),
     };
@@ -181,26 +182,26 @@ void DocumentCommandsTest::requests_data()
     addCatalogueRequestRows(catalogue());
 
     addRequestRow("getClassificationFields(true) sends 1 and no list",
-                  result([](ClassifyInterface *c) { return c->getClassificationFields(true); }),
+                  returning([](ClassifyInterface *c) { return c->getClassificationFields(true); }),
                   { "CFCLASSIFYFIELDS", "1", {} });
     addRequestRow("getClassificationFields(false) sends 0 and no list",
-                  result([](ClassifyInterface *c) { return c->getClassificationFields(false); }),
+                  returning([](ClassifyInterface *c) { return c->getClassificationFields(false); }),
                   { "CFCLASSIFYFIELDS", "0", {} });
     addRequestRow("getDocuments with an empty list still sends docId 0",
-                  result([](ClassifyInterface *c) { return c->getDocuments({}); }),
+                  returning([](ClassifyInterface *c) { return c->getDocuments({}); }),
                   { "CFDOCSINFO", "0", {} });
     addRequestRow("newClassify with -5 sends the minus sign and two entries",
-                  result([](ClassifyInterface *c) { return c->newClassify(-5, "a", "b"); }),
+                  returning([](ClassifyInterface *c) { return c->newClassify(-5, "a", "b"); }),
                   { "CFDOCNEWCLASSIFY", "-5", { "a", "b" } });
     addRequestRow("newClassify with folder sends three entries",
-                  result([](ClassifyInterface *c) { return c->newClassify(-5, "a", "b", "c"); }),
+                  returning([](ClassifyInterface *c) { return c->newClassify(-5, "a", "b", "c"); }),
                   { "CFDOCNEWCLASSIFYWITHFOLDER", "-5", { "a", "b", "c" } });
     addRequestRow("newClassify with the smallest qint64 keeps every digit",
-                  result([](ClassifyInterface *c) {
+                  returning([](ClassifyInterface *c) {
                       return c->newClassify(std::numeric_limits<qint64>::min(), "", "");
                   }),
                   { "CFDOCNEWCLASSIFY", "-9223372036854775808", { "", "" } });
-    addRequestRow("newClassify beyond 32 bits is not narrowed", result([](ClassifyInterface *c) {
+    addRequestRow("newClassify beyond 32 bits is not narrowed", returning([](ClassifyInterface *c) {
                       return c->newClassify(Q_INT64_C(1) << 40, "a", "b");
                   }),
                   { "CFDOCNEWCLASSIFY", "1099511627776", { "a", "b" } });
@@ -210,18 +211,18 @@ void DocumentCommandsTest::requests_data()
     addRequestRow("getNextOid sends the identifier it was given",
                   withIdentifier(nextOid, "oid-9", {}), { "CFGETNEXTOID", "oid-9", {} });
     addRequestRow("getDocumentData with an empty selector still sends one entry",
-                  result([](ClassifyInterface *c) { return c->getDocumentData("doc", ""); }),
+                  returning([](ClassifyInterface *c) { return c->getDocumentData("doc", ""); }),
                   { "CFDOCINFO", "doc", { "" } });
     addRequestRow("getBemerkungen sends an empty docId and an empty list",
-                  result([](ClassifyInterface *c) { return c->getBemerkungen(); }),
+                  returning([](ClassifyInterface *c) { return c->getBemerkungen(); }),
                   { "CFBEMERK", "", {} });
     addRequestRow("getRevisionen sends the document as given", revisions("doc 1"),
                   { "CFDOCREV", "doc 1", {} });
     addRequestRow("addLinkedDocuments with an empty list is not refused",
-                  result([](ClassifyInterface *c) { return c->addLinkedDocuments("doc", {}); }),
+                  returning([](ClassifyInterface *c) { return c->addLinkedDocuments("doc", {}); }),
                   { "CFADDLINKEDDOC", "doc", {} });
     addRequestRow("removeLinkedDocuments keeps the order of the documents",
-                  result([](ClassifyInterface *c) {
+                  returning([](ClassifyInterface *c) {
                       return c->removeLinkedDocuments("doc", { "z", "a" });
                   }),
                   { "CFREMOVELINKEDDOC", "doc", { "z", "a" } });
@@ -258,25 +259,25 @@ void DocumentCommandsTest::requests_data()
     addRequestRow("getDocumentCount passes an empty query through", documentCount("", true, false),
                   { "CFDOCGETCOUNT", "", { "" } });
     addRequestRow("moveDocToArchive(57, 2) crosses the fields",
-                  result([](ClassifyInterface *c) { return c->moveDocToArchive(57, 2); }),
+                  returning([](ClassifyInterface *c) { return c->moveDocToArchive(57, 2); }),
                   { "CFDOCSTOARCHIVE", "2", { "57" } });
     addRequestRow("moveDocToArchive with negative numbers",
-                  result([](ClassifyInterface *c) { return c->moveDocToArchive(-1, -2); }),
+                  returning([](ClassifyInterface *c) { return c->moveDocToArchive(-1, -2); }),
                   { "CFDOCSTOARCHIVE", "-2", { "-1" } });
     addRequestRow("moveDocumentsToTrash with an empty list still sends",
-                  result([](ClassifyInterface *c) { return c->moveDocumentsToTrash({}); }),
+                  returning([](ClassifyInterface *c) { return c->moveDocumentsToTrash({}); }),
                   { "CFDOCSTOTRASH", "", {} });
     addRequestRow("removeDocumentsFromTrash with an empty list still sends",
-                  result([](ClassifyInterface *c) { return c->removeDocumentsFromTrash({}); }),
+                  returning([](ClassifyInterface *c) { return c->removeDocumentsFromTrash({}); }),
                   { "CFDOCSFROMTRASH", "", {} });
     addRequestRow("getDeadLineForDocId with an empty document sends one empty entry",
-                  result([](ClassifyInterface *c) { return c->getDeadLineForDocId(""); }),
+                  returning([](ClassifyInterface *c) { return c->getDeadLineForDocId(""); }),
                   { "CFSENDDEADLINEFORDOCID", "", { "" } });
     addRequestRow("getDeadLines with an empty selection",
-                  result([](ClassifyInterface *c) { return c->getDeadLines({}); }),
+                  returning([](ClassifyInterface *c) { return c->getDeadLines({}); }),
                   { "CFSENDDEADLINES", "", {} });
     addRequestRow("saveDeadLines with an empty list still sends",
-                  result([](ClassifyInterface *c) { return c->saveDeadLines({}); }),
+                  returning([](ClassifyInterface *c) { return c->saveDeadLines({}); }),
                   { "CFSAVEDEADLINES", "", {} });
 }
 
@@ -324,13 +325,13 @@ void DocumentCommandsTest::outcomes_data()
     addOutcomeRow("count beyond the qint64 range reads as 0", documentCount("q", true, true),
                   Reply("OK").docId("9223372036854775808"), { qint64(0) }, earlierError);
     addOutcomeRow("getDeadLineForDocId with an empty status fails",
-                  result([](ClassifyInterface *c) { return c->getDeadLineForDocId("doc"); }),
+                  returning([](ClassifyInterface *c) { return c->getDeadLineForDocId("doc"); }),
                   Reply("").dataList({ "dl" }).error("not ok"), { noList }, "not ok");
     addOutcomeRow("getDeadLines with an OK reply and no rows is empty",
-                  result([](ClassifyInterface *c) { return c->getDeadLines({ "s" }); }),
+                  returning([](ClassifyInterface *c) { return c->getDeadLines({ "s" }); }),
                   Reply("OK"), { noList }, earlierError);
     addOutcomeRow("saveDeadLines with an empty status fails",
-                  result([](ClassifyInterface *c) { return c->saveDeadLines({ "d" }); }),
+                  returning([](ClassifyInterface *c) { return c->saveDeadLines({ "d" }); }),
                   Reply("").error("not ok"), { false }, "not ok");
 }
 

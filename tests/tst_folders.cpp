@@ -2,11 +2,11 @@
 // the scripted transport. Both readers pair folder records with byte arrays
 // by the key in field 5; every pairing row runs against both of them.
 
-#include "operationrows.h"
+#include "lockprobe.h"
 
 #include <QtTest>
 
-using namespace operationrows;
+using namespace commandkit;
 
 namespace {
 // Every operation of this area once; defined below its helpers.
@@ -23,7 +23,7 @@ private Q_SLOTS:
     void outcomes_data();
     void outcomes() { checkOutcomeRow(); }
     void lockedOperations_data() { addLockingRows(catalogue(), true); }
-    void lockedOperations() { checkLockedOperationRow(); }
+    void lockedOperations() { checkLockedOperationRow(getBemerkungenHolds()); }
     void folderAssembly_data();
     void folderAssembly();
 };
@@ -56,12 +56,12 @@ Call readFolders(const FolderReader &reader, const QStringList &before,
 
 Call mainFolder(const QString &folder)
 {
-    return result([folder](ClassifyInterface *c) { return c->getMainFolder(folder); });
+    return returning([folder](ClassifyInterface *c) { return c->getMainFolder(folder); });
 }
 
 Call newFolder(const QStringList &parts)
 {
-    return result([parts](ClassifyInterface *c) {
+    return returning([parts](ClassifyInterface *c) {
         return c->newFolder(parts.value(0), parts.value(1), parts.value(2), parts.value(3));
     });
 }
@@ -78,7 +78,7 @@ QList<Operation> catalogue()
     return {
         operation("getFolderStructure", readFolders(structure, oldFolders, oldPayloads),
                   { "CFGETMANS", "struct" }, form, LastError::Recorded, assembled, untouched),
-        operation("saveFolderStructure", result([](ClassifyInterface *c) {
+        operation("saveFolderStructure", returning([](ClassifyInterface *c) {
                       return c->saveFolderStructure("struct", { "f1", "f2" }, { "p1" });
                   }),
                   { "CFSAVEMANS", "struct", { "f1", "f2" }, { "p1" } }, form, LastError::Recorded,
@@ -92,7 +92,7 @@ QList<Operation> catalogue()
         operation("getSystemFolders", readFolders(systemFolders, oldFolders, oldPayloads),
                   { "CFDOCSYSFOLDERS", "0", { "EMPTYFOLDERS" } }, form, LastError::Recorded,
                   assembled, untouched),
-        operation("setSystemFolders", result([](ClassifyInterface *c) {
+        operation("setSystemFolders", returning([](ClassifyInterface *c) {
                       return c->setSystemFolders({ "f1" }, { "p1", "p2" });
                   }),
                   { "CFDOCSETSYSFOLDERS", "0", { "f1" }, { "p1", "p2" } }, form,
@@ -127,12 +127,12 @@ void FoldersTest::requests_data()
                   { "CFGETMANS", "" });
     addRequestRow(
         "saveFolderStructure sends lists of different lengths unchanged",
-        result([](ClassifyInterface *c) {
+        returning([](ClassifyInterface *c) {
             return c->saveFolderStructure("k", { folder("A"), folder("B") }, { "", "pa", "pb" });
         }),
         { "CFSAVEMANS", "k", { folder("A"), folder("B") }, { "", "pa", "pb" } });
     addRequestRow("setSystemFolders sends empty lists under docId 0",
-                  result([](ClassifyInterface *c) { return c->setSystemFolders({}, {}); }),
+                  returning([](ClassifyInterface *c) { return c->setSystemFolders({}, {}); }),
                   { "CFDOCSETSYSFOLDERS", "0", {}, {} });
     addRequestRow("newFolder sends four empty strings as four entries", newFolder({}),
                   { "CFNEWFOLDER", "", { "", "", "", "" } });
@@ -152,7 +152,7 @@ void FoldersTest::outcomes_data()
                   newFolder({ "a", "b", "c", "d" }), replying(Reply("").error("no status")),
                   { false }, "no status");
     addOutcomeRow("setSystemFolders on ERROR returns false and stores the error text",
-                  result([](ClassifyInterface *c) { return c->setSystemFolders({ "f" }, {}); }),
+                  returning([](ClassifyInterface *c) { return c->setSystemFolders({ "f" }, {}); }),
                   replying(Reply("ERROR").error("read only")), { false }, "read only");
     addOutcomeRow("getFolderStructure replaces a filled payload list instead of extending it",
                   readFolders(structure, { "old" }, { "p1", "p2", "p3" }),

@@ -3,11 +3,11 @@
 // in `availablePlugins` both ways, the identifier is read with 32 bits, and a
 // failure leaves the last error alone.
 
-#include "operationrows.h"
+#include "lockprobe.h"
 
 #include <QtTest>
 
-using namespace operationrows;
+using namespace commandkit;
 
 namespace {
 // Every operation of this area once; defined below its helpers.
@@ -24,7 +24,7 @@ private Q_SLOTS:
     void outcomes_data();
     void outcomes() { checkOutcomeRow(); }
     void lockedOperations_data() { addLockingRows(catalogue(), true); }
-    void lockedOperations() { checkLockedOperationRow(); }
+    void lockedOperations() { checkLockedOperationRow(getBemerkungenHolds()); }
 };
 
 namespace {
@@ -53,13 +53,13 @@ Call classifyTemporarily(const QString &id, const QStringList &values)
 
 Call newWithTemporary(qint64 document, const QString &first, const QString &second, int number)
 {
-    return result(
+    return returning(
         [=](ClassifyInterface *c) { return c->newClassifyTemp(document, first, second, number); });
 }
 
 Call deleteTemporary(qint64 id)
 {
-    return result([=](ClassifyInterface *c) { return c->deleteClassifyTemp(id); });
+    return returning([=](ClassifyInterface *c) { return c->deleteClassifyTemp(id); });
 }
 
 QList<Operation> catalogue()

@@ -3,11 +3,11 @@
 // that is not "ERROR"; the attributes and value lists only on "OK", and of
 // those only the value-list commands and modifyDynattribute keep the error.
 
-#include "operationrows.h"
+#include "lockprobe.h"
 
 #include <QtTest>
 
-using namespace operationrows;
+using namespace commandkit;
 
 namespace {
 // Every operation of this area once; defined below its helpers.
@@ -24,7 +24,7 @@ private Q_SLOTS:
     void outcomes_data();
     void outcomes() { checkOutcomeRow(); }
     void lockedOperations_data() { addLockingRows(catalogue(), true); }
-    void lockedOperations() { checkLockedOperationRow(); }
+    void lockedOperations() { checkLockedOperationRow(getBemerkungenHolds()); }
 };
 
 namespace {
@@ -44,27 +44,27 @@ Call readTypes(TypeReader reader, const QStringList &before,
 
 Call addAttribute(const QString &first, const QString &second, bool flag)
 {
-    return result([=](ClassifyInterface *c) { return c->addDynAttribute(first, second, flag); });
+    return returning([=](ClassifyInterface *c) { return c->addDynAttribute(first, second, flag); });
 }
 
 Call deleteAttribute(int attribute)
 {
-    return result([=](ClassifyInterface *c) { return c->deleteDynAttribute(attribute); });
+    return returning([=](ClassifyInterface *c) { return c->deleteDynAttribute(attribute); });
 }
 
 Call valueList(int list)
 {
-    return result([=](ClassifyInterface *c) { return c->getWerteListe(list); });
+    return returning([=](ClassifyInterface *c) { return c->getWerteListe(list); });
 }
 
 Call modifyValueList(int list, const QStringList &values)
 {
-    return result([=](ClassifyInterface *c) { return c->modifyWerteListe(list, values); });
+    return returning([=](ClassifyInterface *c) { return c->modifyWerteListe(list, values); });
 }
 
 Call listAttributes()
 {
-    return result([](ClassifyInterface *c) { return c->listDynAttributes(); });
+    return returning([](ClassifyInterface *c) { return c->listDynAttributes(); });
 }
 
 QList<Operation> catalogue()
@@ -83,12 +83,12 @@ QList<Operation> catalogue()
         operation("getDocTypes",
                   readTypes(&ClassifyInterface::getDocTypes, oldRecords, oldPayloads),
                   { "CFGETDOCTYPES" }, errorForm, LastError::Recorded, typesRead, typesKept),
-        operation("saveStatusTypes", result([](ClassifyInterface *c) {
+        operation("saveStatusTypes", returning([](ClassifyInterface *c) {
                       return c->saveStatusTypes({ "r1" }, { "p1", "p2" });
                   }),
                   { "CFSAVESTATI", "", { "r1" }, { "p1", "p2" } }, errorForm, LastError::Recorded,
                   passedTrue, failedFalse),
-        operation("saveDocTypes", result([](ClassifyInterface *c) {
+        operation("saveDocTypes", returning([](ClassifyInterface *c) {
                       return c->saveDocTypes({ "r1" }, { "p1", "p2" });
                   }),
                   { "CFSAVEDOCTYPES", "", { "r1" }, { "p1", "p2" } }, errorForm,
@@ -100,7 +100,7 @@ QList<Operation> catalogue()
                   { false }),
         operation("deleteDynAttribute", deleteAttribute(4), { "CFDELDYNATT", "", { "4" } }, okForm,
                   LastError::Kept, passedTrue, failedFalse),
-        operation("modifyDynattribute", result([](ClassifyInterface *c) {
+        operation("modifyDynattribute", returning([](ClassifyInterface *c) {
                       return c->modifyDynattribute({ "m1", "m2" });
                   }),
                   { "CFMODDYNATT", "", { "m1", "m2" } }, okForm, LastError::Recorded, { true },
@@ -133,15 +133,15 @@ void TypesTest::requests_data()
     addRequestRow("modifyWerteListe(12, {x, y}) puts the number first",
                   modifyValueList(12, { "x", "y" }), { "CFMODWERTE", "", { "12", "x", "y" } });
     addRequestRow("modifyDynattribute with an empty list still sends",
-                  result([](ClassifyInterface *c) { return c->modifyDynattribute({}); }),
+                  returning([](ClassifyInterface *c) { return c->modifyDynattribute({}); }),
                   { "CFMODDYNATT", "", {} });
     addRequestRow("saveDocTypes sends lists of different lengths unchanged",
-                  result([](ClassifyInterface *c) {
+                  returning([](ClassifyInterface *c) {
                       return c->saveDocTypes({ "t1", "t2", "t3" }, { QByteArray("\0", 1) });
                   }),
                   { "CFSAVEDOCTYPES", "", { "t1", "t2", "t3" }, { QByteArray("\0", 1) } });
     addRequestRow("saveStatusTypes sends byte arrays without records",
-                  result([](ClassifyInterface *c) { return c->saveStatusTypes({}, { "p" }); }),
+                  returning([](ClassifyInterface *c) { return c->saveStatusTypes({}, { "p" }); }),
                   { "CFSAVESTATI", "", {}, { "p" } });
 }
 

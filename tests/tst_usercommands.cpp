@@ -5,7 +5,7 @@
 
 #include "admincatalogue.h"
 
-using namespace admintests;
+using namespace commandkit;
 
 class UserCommandsTest : public QObject
 {
@@ -90,7 +90,7 @@ void UserCommandsTest::users_data()
         << Outcome { false, QStringList { "caller" } } << serverText;
     QTest::newRow("getUsers with an empty successful list succeeds and empties the list")
         << catalogueCall("getUsers") << Answers { Reply("OK") } << Outcome { true, QStringList() }
-        << earlierError();
+        << earlierError;
     QTest::newRow("changeExpiredPass answered \"ERROR\" fails")
         << catalogueCall("changeExpiredPass") << Answers { Reply("ERROR").error(serverText) }
         << Outcome { false } << serverText;
@@ -99,10 +99,10 @@ void UserCommandsTest::users_data()
         << Answers { Reply("PASSWORD_ERROR").error(serverText) } << Outcome { false } << serverText;
     QTest::newRow("changeExpiredPass answered \"error\" in lower case succeeds")
         << catalogueCall("changeExpiredPass") << Answers { Reply("error").error(serverText) }
-        << Outcome { true } << earlierError();
+        << Outcome { true } << earlierError;
     QTest::newRow("changeUserPass answered with a word holding \"ERROR\" succeeds")
         << catalogueCall("changeUserPass") << Answers { Reply("PASSWORD_ERROR").error(serverText) }
-        << Outcome { true } << earlierError();
+        << Outcome { true } << earlierError;
     QTest::newRow("changeUserPassAdmin answered \"ERROR\" without a text records an empty one")
         << catalogueCall("changeUserPassAdmin") << Answers { Reply("ERROR") } << Outcome { false }
         << QString();
@@ -126,7 +126,7 @@ void UserCommandsTest::roles_data()
             << Outcome { QStringList() } << serverText;
         QTest::addRow("%s with an empty successful list gives the same, error kept", name)
             << catalogueCall(name) << Answers { Reply("OK") } << Outcome { QStringList() }
-            << earlierError();
+            << earlierError;
     }
 
     QTest::newRow("getUserRole failing leaves the argument as the caller passed it")
@@ -135,17 +135,17 @@ void UserCommandsTest::roles_data()
         << Outcome { false, QString("mine") } << serverText;
     QTest::newRow("getUserRole with an empty successful list leaves the argument, succeeds")
         << catalogueCall("getUserRole") << Answers { Reply("OK") }
-        << Outcome { true, QString("mine") } << earlierError();
+        << Outcome { true, QString("mine") } << earlierError;
     QTest::newRow("getUserRole takes the first of several entries")
         << catalogueCall("getUserRole") << Answers { Reply("OK").dataList({ "private", "other" }) }
-        << Outcome { true, QString("private") } << earlierError();
+        << Outcome { true, QString("private") } << earlierError;
     QTest::newRow("getUserRole takes an empty first entry")
         << catalogueCall("getUserRole") << Answers { Reply("OK").dataList({ "", "other" }) }
-        << Outcome { true, QString("") } << earlierError();
+        << Outcome { true, QString("") } << earlierError;
     QTest::newRow("getRoleList passes the role records through unchanged")
         << catalogueCall("getRoleList")
         << Answers { Reply("OK").dataList({ joined({ "r1", "Role one" }), "" }) }
-        << Outcome { QStringList { joined({ "r1", "Role one" }), "" } } << earlierError();
+        << Outcome { QStringList { joined({ "r1", "Role one" }), "" } } << earlierError;
 }
 
 void UserCommandsTest::roles()
@@ -163,7 +163,7 @@ void UserCommandsTest::rights_data()
         << Outcome { false, QStringList { "caller" } } << serverText;
     QTest::newRow("getDocUsersAndRoles with an empty successful list empties the caller's")
         << catalogueCall("getDocUsersAndRoles") << Answers { Reply("OK") }
-        << Outcome { true, QStringList() } << earlierError();
+        << Outcome { true, QStringList() } << earlierError;
     QTest::newRow("getFolderRoles failing gives an empty list although the reply has one")
         << catalogueCall("getFolderRoles")
         << Answers { Reply("ERROR").dataList({ "r9" }).error(serverText) }
@@ -211,7 +211,7 @@ void UserCommandsTest::setRoleRolesIsSetRoleUsers()
     const Seen roles = run([&](ClassifyInterface *c) { return setRoleRoles(c, role, list); });
 
     QCOMPARE(users.result, status != "ERROR");
-    QCOMPARE(users.lastError, status != "ERROR" ? earlierError() : serverText);
+    QCOMPARE(users.lastError, status != "ERROR" ? earlierError : serverText);
     QCOMPARE(roles.result, users.result);
     QCOMPARE(roles.lastError, users.lastError);
     QVERIFY(!users.wireText.isEmpty());

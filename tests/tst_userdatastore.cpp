@@ -5,7 +5,7 @@
 
 #include "admincatalogue.h"
 
-using namespace admintests;
+using namespace commandkit;
 
 class UserDataStoreTest : public QObject
 {
@@ -97,13 +97,13 @@ void UserDataStoreTest::loadOne_data()
     const Outcome untouched { false, QByteArray("mine 3"), QByteArray("mine 4") };
     QTest::newRow("reply [B, A] gives the fourth argument B and the third A")
         << load << Answers { Reply("OK").data({ "B", "A" }) }
-        << Outcome { true, QByteArray("A"), QByteArray("B") } << earlierError();
+        << Outcome { true, QByteArray("A"), QByteArray("B") } << earlierError;
     QTest::newRow("a third byte array in the reply is not read")
         << load << Answers { Reply("OK").data({ "B", "A", "C" }) }
-        << Outcome { true, QByteArray("A"), QByteArray("B") } << earlierError();
+        << Outcome { true, QByteArray("A"), QByteArray("B") } << earlierError;
     QTest::newRow("empty byte arrays replace the caller's")
         << load << Answers { Reply("OK").data({ "", "" }) }
-        << Outcome { true, QByteArray(""), QByteArray("") } << earlierError();
+        << Outcome { true, QByteArray(""), QByteArray("") } << earlierError;
     QTest::newRow("\"ERROR\" keeps both byte arrays although the reply carries two")
         << load << Answers { Reply("ERROR").data({ "B", "A" }).error(serverText) } << untouched
         << serverText;
@@ -126,27 +126,27 @@ void UserDataStoreTest::loadAll_data()
     QTest::newRow("two names already there and one item give three names, one pair")
         << load << Answers { Reply("OK").dataList({ "item" }).data({ "S", "F" }) }
         << Outcome { true, QStringList { "n1", "n2", "item" }, bytes({ "F" }), bytes({ "S" }) }
-        << earlierError();
+        << earlierError;
     QTest::newRow("item k takes data entries 2k (fourth argument) and 2k + 1 (third)")
         << load << Answers { Reply("OK").dataList({ "i", "j" }).data({ "S0", "F0", "S1", "F1" }) }
         << Outcome { true, QStringList { "n1", "n2", "i", "j" }, bytes({ "F0", "F1" }),
                      bytes({ "S0", "S1" }) }
-        << earlierError();
+        << earlierError;
     QTest::newRow("no byte arrays give empty byte-array lists and keep the names")
         << load << Answers { Reply("OK").dataList({ "unpaired" }) }
-        << Outcome { true, QStringList { "n1", "n2" }, bytes({}), bytes({}) } << earlierError();
+        << Outcome { true, QStringList { "n1", "n2" }, bytes({}), bytes({}) } << earlierError;
     QTest::newRow("an odd count pairs what it can and ignores the last byte array")
         << load << Answers { Reply("OK").dataList({ "i", "j" }).data({ "S0", "F0", "S1" }) }
         << Outcome { true, QStringList { "n1", "n2", "i" }, bytes({ "F0" }), bytes({ "S0" }) }
-        << earlierError();
+        << earlierError;
     QTest::newRow("a single byte array gives no item at all")
         << load << Answers { Reply("OK").dataList({ "i" }).data({ "S0" }) }
-        << Outcome { true, QStringList { "n1", "n2" }, bytes({}), bytes({}) } << earlierError();
+        << Outcome { true, QStringList { "n1", "n2" }, bytes({}), bytes({}) } << earlierError;
     QTest::newRow("fewer names than items give empty names, never a read past the end")
         << load << Answers { Reply("OK").dataList({ "i" }).data({ "S0", "F0", "S1", "F1" }) }
         << Outcome { true, QStringList { "n1", "n2", "i", "" }, bytes({ "F0", "F1" }),
                      bytes({ "S0", "S1" }) }
-        << earlierError();
+        << earlierError;
     QTest::newRow("\"ERROR\" keeps all three lists although the reply carries an item")
         << load << Answers { Reply("ERROR").dataList({ "i" }).data({ "S", "F" }).error(serverText) }
         << Outcome { false, QStringList { "n1", "n2" }, bytes({ "f" }), bytes({ "s" }) }
