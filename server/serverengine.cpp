@@ -346,14 +346,24 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
 
     QString markerBefore;
     QString markerAfter;
+    // Rows the command itself changed (the session's last-seen time does
+    // not count): a keyed request that changed none is not recorded, since
+    // running it again has no effect to repeat, and reads can be large.
+    const QString changes = QStringLiteral("SELECT total_changes()");
+    qint64 changesBefore = 0;
+    qint64 changesAfter = -1;
     const std::optional<Failure> failure = guarded([&] {
         markerBefore = currentMarker(db);
         admitCaller(ctx, entry, sessionToken, engineOptions.sessionTimeoutMinutes);
+        if (!requestKey.isEmpty())
+            changesBefore = scalar(db, changes).toLongLong();
         if (!(entry.flags & OutsideTransaction)) {
             entry.handler(ctx);
             if (entry.flags & Writes)
                 bumpChangeCounter(db);
         }
+        if (!requestKey.isEmpty())
+            changesAfter = scalar(db, changes).toLongLong();
         markerAfter = currentMarker(db);
     });
     if (failure) {
@@ -377,7 +387,8 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     // A keyed request records its reply with its effect, in one commit.
     // Work outside the transaction (backups, mail) has no reply yet; its
     // record follows in a transaction of its own.
-    bool recorded = requestKey.isEmpty() || !keep || lateWork;
+    const bool changedRows = changesAfter != changesBefore;
+    bool recorded = requestKey.isEmpty() || !keep || lateWork || !changedRows;
     if (!recorded) {
         addMarker();
         recorded = !guarded([&] { recordReply(requestKey, ctx.reply); });

@@ -71,9 +71,9 @@ public:
     // that may be delivered again after a server died before acknowledging
     // it): the reply is recorded in the request's own transaction, and a
     // request whose key is already recorded gets that reply back without
-    // running again (`replayed` says so). Failures that changed nothing are
-    // not recorded, so running them again is harmless. An empty key is the
-    // plain handle().
+    // running again (`replayed` says so). Requests that changed nothing
+    // (reads, failures that rolled back) are not recorded: running them
+    // again repeats no effect. An empty key is the plain handle().
     nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const QString &sessionToken,
                                 const QString &requestKey, bool *replayed = nullptr);
     // Removes records of processed requests older than `hours` (a broker

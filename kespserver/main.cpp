@@ -1,0 +1,72 @@
+// nuvkesp-server: the classify server on the message broker. See
+// docs/server-operations.md.
+
+#include "requestserver.h"
+#include "serverconfig.h"
+#include "serverengine.h"
+
+#include <QCoreApplication>
+
+#include <csignal>
+#include <cstdio>
+
+namespace {
+
+void onStop(int)
+{
+    kesp::RequestServer::stopRequested = 1;
+}
+
+void onStatus(int)
+{
+    kesp::RequestServer::statusRequested = 1;
+}
+
+void install(int signal, void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+}
+
+void print(const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("nuvkesp-server"));
+
+    kesp::ServerConfig config;
+    QString error;
+    if (!kesp::parseConfig(QCoreApplication::arguments(), QProcessEnvironment::systemEnvironment(),
+                           &config, &error)) {
+        print(QStringLiteral("nuvkesp-server: %1 (try --help)\n").arg(error));
+        return 2;
+    }
+    if (config.help) {
+        std::fwrite(config.helpText.toUtf8().constData(), 1,
+                    size_t(config.helpText.toUtf8().size()), stdout);
+        return 0;
+    }
+
+    nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(config.database));
+    if (!engine.open(&error)) {
+        print(QStringLiteral("nuvkesp-server: cannot open the database: %1\n").arg(error));
+        return 1;
+    }
+    install(SIGTERM, onStop);
+    install(SIGINT, onStop);
+    install(SIGUSR1, onStatus);
+    // A broker that hangs up mid-write must not kill the process.
+    install(SIGPIPE, SIG_IGN);
+
+    kesp::RequestServer server(config, engine);
+    return server.run();
+}

@@ -1,0 +1,228 @@
+#include "requestserver.h"
+
+#include "serverengine.h"
+
+#include <QDateTime>
+#include <QDeadlineTimer>
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <climits>
+#include <cstdio>
+
+namespace kesp {
+
+volatile std::sig_atomic_t RequestServer::stopRequested = 0;
+volatile std::sig_atomic_t RequestServer::statusRequested = 0;
+
+namespace {
+const QByteArray subscriptionId = "requests";
+// How long the loop waits for a frame before it looks at the signals again.
+constexpr int pollMs = 200;
+// Records are pruned at start and then this often (when idle).
+constexpr qint64 pruneEveryMs = 3600 * 1000;
+} // namespace
+
+QString requestKey(const stomp::Frame &message)
+{
+    return QString::fromUtf8(message.header("message-id") + ' ' + message.header("correlation-id"));
+}
+
+bool hasExpired(const stomp::Frame &message, qint64 nowMs)
+{
+    const qint64 expires = message.header("expires").toLongLong();
+    return expires > 0 && expires < nowMs;
+}
+
+RequestServer::RequestServer(const ServerConfig &config, nuvserver::ServerEngine &engine)
+    : config(config)
+    , engine(engine)
+{ }
+
+void RequestServer::log(int level, const QString &line) const
+{
+    if (level > config.verbosity)
+        return;
+    const QByteArray text
+        = QStringLiteral("%1 %2: %3\n")
+              .arg(QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs), config.name, line)
+              .toUtf8();
+    std::fwrite(text.constData(), 1, size_t(text.size()), stderr);
+    std::fflush(stderr);
+}
+
+void RequestServer::pollSignals()
+{
+    if (statusRequested) {
+        statusRequested = 0;
+        log(0, counters.statusLine());
+    }
+}
+
+void RequestServer::pause(int ms)
+{
+    const QDeadlineTimer deadline(ms);
+    while (!stopRequested && !deadline.hasExpired()) {
+        pollSignals();
+        QThread::msleep(quint64(qMin<qint64>(50, qMax<qint64>(1, deadline.remainingTime()))));
+    }
+}
+
+void RequestServer::pruneRecords()
+{
+    worker.start([this] { engine.forgetProcessedRequests(config.keepRecordsHours); });
+    worker.wait(INT_MAX);
+    sincePrune.restart();
+}
+
+bool RequestServer::connectOnce()
+{
+    if (!link.open(config.broker, config.settings)
+        || !link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(),
+                           config.prefetch)) {
+        link.abort();
+        return false;
+    }
+    counters.connected(link.label());
+    log(0,
+        QStringLiteral("serving %1 at %2 (prefetch %3)")
+            .arg(config.settings.requestQueue, link.label())
+            .arg(config.prefetch));
+    return true;
+}
+
+int RequestServer::run()
+{
+    pruneRecords();
+    int backoff = config.firstBackoffMs;
+    while (!stopRequested) {
+        pollSignals();
+        if (!connectOnce()) {
+            log(0, QStringLiteral("%1; trying again in %2 ms").arg(link.errorText()).arg(backoff));
+            pause(backoff);
+            backoff = qMin(config.maxBackoffMs, backoff * 2);
+            continue;
+        }
+        backoff = config.firstBackoffMs;
+        serveConnection();
+        counters.disconnected();
+    }
+    log(0, QStringLiteral("stopped; ") + counters.statusLine());
+    return 0;
+}
+
+void RequestServer::serveConnection()
+{
+    stomp::Frame frame;
+    while (!stopRequested) {
+        pollSignals();
+        if (!link.receive(&frame, pollMs)) {
+            if (link.isOpen()) {
+                // Idle: a good moment for housekeeping.
+                if (sincePrune.elapsed() > pruneEveryMs)
+                    pruneRecords();
+                continue;
+            }
+            log(0, link.errorText());
+            link.abort();
+            return;
+        }
+        if (frame.command == "MESSAGE") {
+            if (serve(frame) == Outcome::Lost) {
+                log(0, link.errorText());
+                link.abort();
+                return;
+            }
+        } else if (frame.command == "ERROR") {
+            // ActiveMQ reports a failed SEND (a reply to a caller that has
+            // gone, and its temporary queue with it) and keeps the connection.
+            log(0,
+                QStringLiteral("the broker reports: %1")
+                    .arg(QString::fromUtf8(frame.header("message"))));
+        }
+    }
+    // Whatever the broker prefetched for us and we did not acknowledge goes
+    // back to the queue when we disconnect.
+    link.close(3000);
+    log(0, QStringLiteral("disconnected from the broker"));
+}
+
+RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const QByteArray replyTo = message.header("reply-to");
+    const QByteArray correlation = message.header("correlation-id");
+    QString user = QString::fromUtf8(message.header("nuv-user"));
+    stomp::Frame ack("ACK");
+    ack.add("id", message.header("ack"));
+
+    // Its caller has given up: an answer would only be dropped.
+    if (hasExpired(message, QDateTime::currentMSecsSinceEpoch())) {
+        if (!link.send(ack))
+            return Outcome::Lost;
+        counters.expired();
+        log(1,
+            QStringLiteral("expired request %1 dropped unanswered")
+                .arg(QString::fromLatin1(correlation)));
+        return Outcome::Served;
+    }
+
+    nuvMQClassifyMessage request;
+    nuvMQClassifyMessage reply;
+    bool replayed = false;
+    QString word = QStringLiteral("?");
+    if (!request.convertFromBase64(QString::fromLatin1(message.body))) {
+        reply.command = QStringLiteral("ERROR");
+        reply.hasErrorText = true;
+        reply.errorText = QStringLiteral("the server could not decode the request");
+    } else {
+        word = request.command;
+        if (word == QLatin1String("CFLOGIN"))
+            user = request.getDataList().value(0);
+        const QString token = QString::fromUtf8(message.header("nuv-session-token"));
+        const QString key = requestKey(message);
+        worker.start([&] { reply = engine.handle(request, token, key, &replayed); });
+        // The engine works; this thread keeps the broker connection alive.
+        while (!worker.wait(50))
+            link.pump(50);
+    }
+
+    if (!replyTo.isEmpty()) {
+        QString body;
+        reply.convertToBase64(body);
+        stomp::Frame answer("SEND");
+        answer.add("destination", replyTo).add("correlation-id", correlation);
+        answer.add("amq-msg-type", "text").add("nuv-message-type", reply.getType().toUtf8());
+        answer.body = body.toLatin1();
+        if (!link.send(answer))
+            return Outcome::Lost;
+    }
+    // Only now: the effect is committed and the reply is on its way.
+    if (!link.send(ack))
+        return Outcome::Lost;
+
+    const bool failed = reply.command == QLatin1String("ERROR");
+    counters.answered(timer.nsecsElapsed() / 1000, failed, replayed);
+    if (config.verbosity >= 1) {
+        // The command, who asked and how it went; never an argument (a
+        // password travels in the arguments of several commands).
+        QString result = reply.command.isEmpty() ? QStringLiteral("(no status)") : reply.command;
+        if (failed)
+            result += QStringLiteral(" (%1)").arg(reply.errorText);
+        log(1,
+            QStringLiteral("%1 user=%2 %3 ms %4%5%6")
+                .arg(word, user.isEmpty() ? QStringLiteral("-") : user,
+                     QString::number(double(timer.nsecsElapsed()) / 1e6, 'f', 1), result,
+                     replayed ? QStringLiteral(" [replayed]") : QString(),
+                     replyTo.isEmpty() ? QStringLiteral(" [one-way]") : QString()));
+    }
+    if (config.verbosity >= 2)
+        log(2,
+            QStringLiteral("  message-id=%1 correlation-id=%2 reply-to=%3")
+                .arg(QString::fromUtf8(message.header("message-id")),
+                     QString::fromLatin1(correlation), QString::fromUtf8(replyTo)));
+    return Outcome::Served;
+}
+
+} // namespace kesp

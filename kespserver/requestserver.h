@@ -1,0 +1,69 @@
+#ifndef KESPSERVER_REQUESTSERVER_H
+#define KESPSERVER_REQUESTSERVER_H
+
+#include "brokerlink.h"
+#include "engineworker.h"
+#include "serverconfig.h"
+#include "servercounters.h"
+
+#include <QElapsedTimer>
+
+#include <csignal>
+
+namespace nuvserver {
+class ServerEngine;
+}
+
+namespace kesp {
+
+// What identifies a delivery of a request across redeliveries: the broker's
+// message id stays the same when it delivers a request again; the
+// correlation id tells requests of different callers apart.
+QString requestKey(const stomp::Frame &message);
+// Whether the caller has given up on the request by `nowMs` (milliseconds
+// since 1970 UTC): its `expires` header is set and past. An answer would
+// only be dropped by the caller's transport.
+bool hasExpired(const stomp::Frame &message, qint64 nowMs);
+
+/*
+ * The daemon's loop: connect (again and again, with back-off), subscribe
+ * to the request queue, and for each request: run it through the engine
+ * (keyed, so a redelivered request is answered from its record instead of
+ * running twice), send the reply to its reply-to, and only then acknowledge
+ * it. A request that dies with the connection before its ACK comes back
+ * from the broker, to this instance or another.
+ */
+class RequestServer
+{
+public:
+    RequestServer(const ServerConfig &config, nuvserver::ServerEngine &engine);
+
+    // Serves until stopRequested is set; returns the process exit code.
+    int run();
+
+    // Set from signal handlers; polled between frames.
+    static volatile std::sig_atomic_t stopRequested;
+    static volatile std::sig_atomic_t statusRequested;
+
+private:
+    enum class Outcome { Served, Lost };
+
+    bool connectOnce();
+    void serveConnection();
+    Outcome serve(const stomp::Frame &message);
+    void pause(int ms);
+    void log(int level, const QString &line) const;
+    void pollSignals();
+    void pruneRecords();
+
+    const ServerConfig &config;
+    nuvserver::ServerEngine &engine;
+    BrokerLink link;
+    EngineWorker worker;
+    ServerCounters counters;
+    QElapsedTimer sincePrune;
+};
+
+} // namespace kesp
+
+#endif // KESPSERVER_REQUESTSERVER_H

@@ -1,0 +1,45 @@
+#ifndef KESPSERVER_LOADCLIENT_H
+#define KESPSERVER_LOADCLIENT_H
+
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+namespace kesp {
+
+/*
+ * Callers of the real STOMP transport plugin on threads of their own, each
+ * with its own connection and login, each sending its share of numbered
+ * CFADDCLIPBOARD requests (one new clipboard per request: an effect that
+ * a second application would turn into an error). For the scale-out tests
+ * and the measurement tool.
+ */
+struct LoadResult
+{
+    int answered = 0; // calls that got an OK reply
+    QStringList failures; // what went wrong, one entry per failed call
+    QVector<qint64> latenciesMicros;
+    qint64 wallMillis = 0;
+};
+
+struct LoadPlan
+{
+    QString host;
+    quint16 port = 0;
+    QString user;
+    QString password;
+    QString prefix; // clipboard names are PREFIX-THREAD-N
+    int threads = 4;
+    int requests = 2000; // in all, spread over the threads
+    int timeoutSeconds = 30;
+};
+
+// Runs the plan; blocks until every thread is done.
+LoadResult runLoad(const LoadPlan &plan);
+
+// The median of the latencies, in milliseconds.
+double medianMillis(QVector<qint64> micros);
+
+} // namespace kesp
+
+#endif // KESPSERVER_LOADCLIENT_H

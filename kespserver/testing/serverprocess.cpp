@@ -1,0 +1,95 @@
+#include "serverprocess.h"
+
+#include <QDeadlineTimer>
+#include <QFile>
+#include <QRegularExpression>
+#include <QThread>
+
+#include <csignal>
+
+namespace kesp {
+
+ServerProcess::ServerProcess(const QString &name, const QString &database, const QString &broker,
+                             const QString &logFile, const QStringList &extraArguments)
+    : name(name)
+    , database(database)
+    , broker(broker)
+    , logFile(logFile)
+    , extraArguments(extraArguments)
+{ }
+
+ServerProcess::~ServerProcess()
+{
+    if (process.state() != QProcess::NotRunning) {
+        process.kill();
+        process.waitForFinished(5000);
+    }
+}
+
+QString ServerProcess::executable()
+{
+    return QStringLiteral(NUV_KESP_SERVER);
+}
+
+bool ServerProcess::start(int timeoutMs)
+{
+    QFile::remove(logFile);
+    process.setStandardErrorFile(logFile);
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.start(executable(),
+                  QStringList { QStringLiteral("--name"), name, QStringLiteral("--database"),
+                                database, QStringLiteral("--broker"), broker }
+                      + extraArguments);
+    if (!process.waitForStarted(timeoutMs))
+        return false;
+    return waitForLog(QStringLiteral(": serving "), 1, timeoutMs);
+}
+
+QString ServerProcess::log() const
+{
+    QFile file(logFile);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    return QString::fromUtf8(file.readAll());
+}
+
+int ServerProcess::countInLog(const QString &text) const
+{
+    return log().count(text);
+}
+
+bool ServerProcess::waitForLog(const QString &text, int count, int timeoutMs)
+{
+    const QDeadlineTimer deadline(timeoutMs);
+    for (;;) {
+        if (countInLog(text) >= count)
+            return true;
+        if (deadline.hasExpired() || process.state() == QProcess::NotRunning)
+            return countInLog(text) >= count;
+        QThread::msleep(20);
+    }
+}
+
+bool ServerProcess::stop(int timeoutMs)
+{
+    if (process.state() == QProcess::NotRunning)
+        return false;
+    ::kill(pid_t(process.processId()), SIGTERM);
+    return process.waitForFinished(timeoutMs) && process.exitStatus() == QProcess::NormalExit
+        && process.exitCode() == 0;
+}
+
+void ServerProcess::kill()
+{
+    process.kill(); // SIGKILL
+    process.waitForFinished(5000);
+}
+
+qint64 ServerProcess::reportedRequests() const
+{
+    static const QRegularExpression requests(QStringLiteral("stopped; .* requests (\\d+),"));
+    const QRegularExpressionMatch match = requests.match(log());
+    return match.hasMatch() ? match.captured(1).toLongLong() : -1;
+}
+
+} // namespace kesp

@@ -1,0 +1,86 @@
+#ifndef KESPTEST_H
+#define KESPTEST_H
+
+#include "brokerenv.h"
+#include "serverengine.h"
+
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QTemporaryDir>
+#include <QVariant>
+
+#include <thread>
+
+/*
+ * What every test of the daemon needs: the broker that the CTest fixture
+ * started (its account exported for the transport and the daemon), a queue
+ * of the test's own so tests never answer each other's requests, and a
+ * fresh database with one administrator.
+ */
+namespace kesptest {
+
+inline const QString user = QStringLiteral("admin");
+inline const QString password = QStringLiteral("admin-password-1");
+
+// Points the transport and the daemon at the fixture's broker and at a
+// queue of this test's own; an empty text when that worked.
+inline QString useBroker(const stomp::BrokerEnv &broker, const QString &queue)
+{
+    if (!broker.ok())
+        return broker.problem();
+    broker.exportCredentials();
+    qputenv("NUV_STOMP_REQUEST_QUEUE", QByteArray("/queue/nuv.kesp.test.") + queue.toUtf8());
+    // Quick failure detection in the restart test, and fewer idle wake-ups.
+    qputenv("NUV_STOMP_HEARTBEAT_MS", "2000");
+    return QString();
+}
+
+inline QString brokerAddress(const stomp::BrokerEnv &broker)
+{
+    return QStringLiteral("%1:%2").arg(broker.host()).arg(broker.stompPort());
+}
+
+// A new database in `dir` with the administrator; empty path on failure.
+inline QString makeDatabase(const QTemporaryDir &dir, QString *error)
+{
+    const QString path = dir.filePath(QStringLiteral("kesp.db"));
+    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(path);
+    options.pbkdf2Iterations = 1000; // logins are many here, and not what is tested
+    if (!nuvserver::ServerEngine::initialiseDatabase(options, user, password,
+                                                     QStringLiteral("Administrator"), error))
+        return QString();
+    return path;
+}
+
+// Joins a thread when the scope ends, also when a failed check returns early.
+struct JoinOnExit
+{
+    std::thread &thread;
+    ~JoinOnExit()
+    {
+        if (thread.joinable())
+            thread.join();
+    }
+};
+
+// One number from the database, read on a connection of the test's own.
+inline qint64 countRows(const QString &database, const QString &sql)
+{
+    qint64 result = -1;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"),
+                                                    QStringLiteral("kesptest-count"));
+        db.setDatabaseName(database);
+        if (db.open()) {
+            QSqlQuery query(db);
+            if (query.exec(sql) && query.next())
+                result = query.value(0).toLongLong();
+        }
+    }
+    QSqlDatabase::removeDatabase(QStringLiteral("kesptest-count"));
+    return result;
+}
+
+} // namespace kesptest
+
+#endif // KESPTEST_H

@@ -1,0 +1,153 @@
+// A server that commits a request's effect and dies before acknowledging
+// it: the broker delivers the request again, and nuvkesp-server answers it
+// from the record of processed requests instead of applying it twice. The
+// dying server is played by the test (the engine on a raw STOMP connection
+// that never sends its ACK), so the moment of death is exact.
+
+#include "kesptest.h"
+#include "nuvmqclassifymessage.h"
+#include "nuvmqclientinterface.h"
+#include "requestserver.h"
+#include "serverprocess.h"
+#include "stomppeer.h"
+
+#include <QtTest>
+
+#include <thread>
+
+class KespRedelivery : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void committedButUnacknowledgedIsReplayed();
+    void callerGoneBeforeTheReply();
+};
+
+void KespRedelivery::committedButUnacknowledgedIsReplayed()
+{
+    const stomp::BrokerEnv broker;
+    const QString problem = kesptest::useBroker(broker, QStringLiteral("redelivery"));
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    const QByteArray queue = qgetenv("NUV_STOMP_REQUEST_QUEUE");
+    QTemporaryDir dir;
+    QString error;
+    const QString database = kesptest::makeDatabase(dir, &error);
+    QVERIFY2(!database.isEmpty(), qPrintable(error));
+    nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(database));
+    QVERIFY2(engine.open(&error), qPrintable(error));
+
+    // The doomed server takes requests with client acknowledgement.
+    stomp::Peer doomed;
+    QVERIFY2(doomed.open(broker.peerOptions()), qPrintable(doomed.errorText()));
+    stomp::Frame subscribe("SUBSCRIBE");
+    subscribe.add("id", "doomed").add("destination", queue).add("ack", "client-individual");
+    subscribe.add("activemq.prefetchSize", "1").add("receipt", "doomed-subscribed");
+    QVERIFY(doomed.send(subscribe));
+    QVERIFY2(doomed.awaitReceipt("doomed-subscribed", 10000), qPrintable(doomed.errorText()));
+
+    // The caller: logged in (its session bound to its token), then one
+    // request that waits for its answer on a thread of its own.
+    const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
+    QVERIFY(transport);
+    QVERIFY2(transport->connectToBroker(broker.host(), broker.stompPort()),
+             qPrintable(transport->lastErrorText));
+    transport->setUserName(kesptest::user);
+    nuvMQClassifyMessage login;
+    login.command = QStringLiteral("CFLOGIN");
+    login.setDataList({ kesptest::user, kesptest::password, QString() });
+    QVERIFY(
+        !engine.handle(login, transport->getAuthToken()).command.contains(QLatin1String("ERROR")));
+    nuvMQClassifyMessage request;
+    request.command = QStringLiteral("CFADDCLIPBOARD");
+    request.setDataList({ QStringLiteral("exactly once") });
+    nuvMQClassifyMessage reply;
+    bool answered = false;
+    // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
+    std::thread caller([&] {
+        answered = transport->sendSyncMessage(&request, &reply, 1001, 60, 0, QString(), nullptr);
+    });
+    // A failed check returns early; the thread still ends before its data.
+    const kesptest::JoinOnExit joinCaller { caller };
+
+    // The doomed server applies it, and goes away without ACK or reply.
+    stomp::Frame delivered;
+    QVERIFY2(doomed.receive(&delivered, 20000), qPrintable(doomed.errorText()));
+    QCOMPARE(delivered.command, QByteArray("MESSAGE"));
+    nuvMQClassifyMessage received;
+    QVERIFY(received.convertFromBase64(QString::fromLatin1(delivered.body)));
+    bool replayed = true;
+    const nuvMQClassifyMessage firstReply
+        = engine.handle(received, QString::fromUtf8(delivered.header("nuv-session-token")),
+                        kesp::requestKey(delivered), &replayed);
+    QVERIFY2(firstReply.command != QLatin1String("ERROR"), qPrintable(firstReply.errorText));
+    QVERIFY(!replayed);
+    doomed.close();
+
+    // The real server gets the request again and answers from the record.
+    kesp::ServerProcess server(QStringLiteral("survivor"), database,
+                               kesptest::brokerAddress(broker),
+                               dir.filePath(QStringLiteral("server.log")));
+    QVERIFY2(server.start(), qPrintable(server.log()));
+    caller.join();
+    QVERIFY2(answered, qPrintable(transport->lastErrorText));
+    QCOMPARE(reply.command, firstReply.command);
+    QCOMPARE(reply.getDocId(), firstReply.getDocId());
+    QVERIFY2(server.waitForLog(QStringLiteral("CFADDCLIPBOARD user=admin"), 1, 10000),
+             qPrintable(server.log()));
+    QVERIFY2(server.log().contains(QLatin1String("[replayed]")), qPrintable(server.log()));
+    QCOMPARE(kesptest::countRows(database, QStringLiteral("SELECT count(*) FROM clipboards")),
+             qint64(1));
+    transport->disconnectFromBroker();
+    QVERIFY2(server.stop(), qPrintable(server.log()));
+}
+
+void KespRedelivery::callerGoneBeforeTheReply()
+{
+    // A caller that gave up and disconnected: its temporary reply queue is
+    // gone when the reply is sent. The server goes on serving the others
+    // on the same connection.
+    const stomp::BrokerEnv broker;
+    const QString problem = kesptest::useBroker(broker, QStringLiteral("gone"));
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    QTemporaryDir dir;
+    QString error;
+    const QString database = kesptest::makeDatabase(dir, &error);
+    QVERIFY2(!database.isEmpty(), qPrintable(error));
+    kesp::ServerProcess server(QStringLiteral("gone"), database, kesptest::brokerAddress(broker),
+                               dir.filePath(QStringLiteral("server.log")));
+    QVERIFY2(server.start(), qPrintable(server.log()));
+
+    stomp::Peer caller;
+    QVERIFY2(caller.open(broker.peerOptions()), qPrintable(caller.errorText()));
+    nuvMQClassifyMessage request;
+    request.command = QStringLiteral("CFDOCGETARCHIVES");
+    QString body;
+    request.convertToBase64(body);
+    stomp::Frame send("SEND");
+    send.add("destination", qgetenv("NUV_STOMP_REQUEST_QUEUE"));
+    send.add("reply-to", "/remote-temp-queue/ID:gone-1:1:1").add("correlation-id", "gone-1");
+    send.body = body.toLatin1();
+    QVERIFY(caller.send(send));
+    caller.close();
+    QVERIFY2(server.waitForLog(QStringLiteral("CFDOCGETARCHIVES user=-"), 1, 20000),
+             qPrintable(server.log()));
+
+    const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
+    QVERIFY(transport);
+    QVERIFY2(transport->connectToBroker(broker.host(), broker.stompPort()),
+             qPrintable(transport->lastErrorText));
+    nuvMQClassifyMessage login;
+    login.command = QStringLiteral("CFLOGIN");
+    login.setDataList({ kesptest::user, kesptest::password, QString() });
+    nuvMQClassifyMessage reply;
+    QVERIFY2(transport->sendSyncMessage(&login, &reply, 1001, 30, 0, QString(), nullptr),
+             qPrintable(transport->lastErrorText + QLatin1Char('\n') + server.log()));
+    QVERIFY(!reply.command.contains(QLatin1String("ERROR")));
+    transport->disconnectFromBroker();
+    QVERIFY2(server.stop(), qPrintable(server.log()));
+    QVERIFY2(server.log().contains(QLatin1String("connections 1;")), qPrintable(server.log()));
+}
+
+QTEST_GUILESS_MAIN(KespRedelivery)
+#include "tst_kespredelivery.moc"

@@ -1,0 +1,71 @@
+// How the daemon reads a request's headers: the key that survives a
+// redelivery, and when a request counts as given up by its caller.
+
+#include "requestserver.h"
+
+#include <QtTest>
+
+class KespRequests : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void key_data();
+    void key();
+    void expiry_data();
+    void expiry();
+};
+
+void KespRequests::key_data()
+{
+    QTest::addColumn<QByteArray>("messageId");
+    QTest::addColumn<QByteArray>("correlationId");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("both") << QByteArray("ID:vm-1:2:-1:1:7") << QByteArray("3e36-aa")
+                          << "ID:vm-1:2:-1:1:7 3e36-aa";
+    QTest::newRow("no correlation id (one-way)")
+        << QByteArray("ID:vm-1:2:-1:1:8") << QByteArray() << "ID:vm-1:2:-1:1:8 ";
+}
+
+void KespRequests::key()
+{
+    QFETCH(QByteArray, messageId);
+    QFETCH(QByteArray, correlationId);
+    QFETCH(QString, expected);
+    stomp::Frame message("MESSAGE");
+    message.add("message-id", messageId);
+    if (!correlationId.isEmpty())
+        message.add("correlation-id", correlationId);
+    // A redelivery carries the flag, and must still give the same key.
+    const QString first = kesp::requestKey(message);
+    message.add("redelivered", "true");
+    QCOMPARE(first, expected);
+    QCOMPARE(kesp::requestKey(message), expected);
+}
+
+void KespRequests::expiry_data()
+{
+    QTest::addColumn<QByteArray>("expires");
+    QTest::addColumn<qint64>("now");
+    QTest::addColumn<bool>("expired");
+    QTest::newRow("no header") << QByteArray() << qint64(5000) << false;
+    QTest::newRow("zero: never") << QByteArray("0") << qint64(5000) << false;
+    QTest::newRow("in the future") << QByteArray("5001") << qint64(5000) << false;
+    QTest::newRow("this very millisecond") << QByteArray("5000") << qint64(5000) << false;
+    QTest::newRow("past") << QByteArray("4999") << qint64(5000) << true;
+    QTest::newRow("not a number") << QByteArray("soon") << qint64(5000) << false;
+}
+
+void KespRequests::expiry()
+{
+    QFETCH(QByteArray, expires);
+    QFETCH(qint64, now);
+    QFETCH(bool, expired);
+    stomp::Frame message("MESSAGE");
+    if (!expires.isEmpty())
+        message.add("expires", expires);
+    QCOMPARE(kesp::hasExpired(message, now), expired);
+}
+
+QTEST_GUILESS_MAIN(KespRequests)
+#include "tst_kesprequests.moc"
