@@ -47,7 +47,12 @@ def payload_scaling(results, rss):
         if previous:
             slope = f"{(w['cpu_time'] / previous[1]) / (size / previous[0]):.2f}"
         per_byte = rss.get(size)
-        rss_text = f"{per_byte:.2f} ({verdict(per_byte <= 8)})" if per_byte is not None else "n/a"
+        if per_byte is None or size < (64 << 10):
+            # Below a few pages the resident size moves in whole pages and
+            # says nothing about the codec.
+            rss_text = "n/a"
+        else:
+            rss_text = f"{per_byte:.2f} ({verdict(per_byte <= 8)})"
         print(f"| {size // 1024} KiB | {mbps(w):.0f} | {mbps(b):.0f} | {mbps(m):.0f} | {target} | {slope} | {rss_text} |")
         previous = (size, w["cpu_time"])
     print()
