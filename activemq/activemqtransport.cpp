@@ -2,6 +2,7 @@
 
 #include "nuvmqmessage.h"
 #include "stompconnection.h"
+#include "tsansync.h"
 
 #include <QDateTime>
 #include <QRandomGenerator>
@@ -49,7 +50,7 @@ ActiveMqTransport::~ActiveMqTransport()
         return;
     }
     {
-        QMutexLocker life(&lifecycle);
+        stomp::SyncLocker life(&lifecycle);
         closeSession(QStringLiteral("The message-queue transport was deleted."));
     }
     ioThread->quit();
@@ -64,14 +65,14 @@ nuvMQClientInterface *ActiveMqTransport::createInstance()
 
 bool ActiveMqTransport::fail(const QString &text)
 {
-    QMutexLocker locker(&errorLock);
+    stomp::SyncLocker locker(&errorLock);
     lastErrorText = text;
     return false;
 }
 
 ActiveMqTransport::Current ActiveMqTransport::current() const
 {
-    QMutexLocker locker(&stateLock);
+    stomp::SyncLocker locker(&stateLock);
     return Current { session, settings, userName };
 }
 
@@ -98,7 +99,14 @@ void ActiveMqTransport::ensureIoThread()
 
 void ActiveMqTransport::post(std::function<void()> work)
 {
-    QMetaObject::invokeMethod(connection, std::move(work), Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        connection,
+        [work = std::move(work), handoff = stomp::SyncHandoff()] {
+            handoff.received();
+            work();
+            handoff.finished();
+        },
+        Qt::QueuedConnection);
 }
 
 QByteArray ActiveMqTransport::nextId(const char *prefix)
@@ -108,7 +116,7 @@ QByteArray ActiveMqTransport::nextId(const char *prefix)
 
 bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
 {
-    QMutexLocker life(&lifecycle);
+    stomp::SyncLocker life(&lifecycle);
     if (onIoThread())
         return fail(QStringLiteral("connectToBroker cannot be called from the transport's own "
                                    "I/O thread."));
@@ -135,7 +143,7 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     auto next = std::make_shared<Session>(address, newSessionToken());
     QByteArray id;
     {
-        QMutexLocker locker(&stateLock);
+        stomp::SyncLocker locker(&stateLock);
         if (session)
             droppedEarlier += session->droppedReplies();
         session = next;
@@ -168,7 +176,7 @@ void ActiveMqTransport::closeSession(const QString &reason)
 {
     std::shared_ptr<Session> ending;
     {
-        QMutexLocker locker(&stateLock);
+        stomp::SyncLocker locker(&stateLock);
         ending = session;
     }
     if (!ending || ending->phase() == Session::Phase::Closed || !connection)
@@ -193,7 +201,7 @@ void ActiveMqTransport::closeSession(const QString &reason)
 
 void ActiveMqTransport::disconnectFromBroker()
 {
-    QMutexLocker life(&lifecycle);
+    stomp::SyncLocker life(&lifecycle);
     if (onIoThread()) {
         // The receipt could never arrive on a thread that waits for it.
         std::shared_ptr<Session> ending = current().session;
@@ -306,7 +314,7 @@ bool ActiveMqTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
 
 void ActiveMqTransport::setUserName(const QString &name)
 {
-    QMutexLocker locker(&stateLock);
+    stomp::SyncLocker locker(&stateLock);
     userName = name;
 }
 
@@ -316,7 +324,7 @@ void ActiveMqTransport::setClientId(const QString &id)
         fail(QStringLiteral("Client id \"%1\" ignored: it contains a line break.").arg(id));
         return;
     }
-    QMutexLocker locker(&stateLock);
+    stomp::SyncLocker locker(&stateLock);
     clientId = id.toUtf8();
 }
 
@@ -336,6 +344,6 @@ QString ActiveMqTransport::getAuthToken()
 
 qint64 ActiveMqTransport::droppedReplies() const
 {
-    QMutexLocker locker(&stateLock);
+    stomp::SyncLocker locker(&stateLock);
     return droppedEarlier + (session ? session->droppedReplies() : 0);
 }

@@ -5,6 +5,7 @@
 #include "activemqtransport.h"
 #include "nuvmqmessage.h"
 #include "stompconnection.h"
+#include "tsansync.h"
 
 #include <QUuid>
 
@@ -104,7 +105,7 @@ bool ActiveMqTransport::subscribeTopic(const QString &topic)
                         .arg(destination));
     QByteArray id;
     {
-        QMutexLocker locker(&stateLock);
+        stomp::SyncLocker locker(&stateLock);
         if (topics.contains(destination))
             return true;
         id = nextId("topic");
@@ -115,7 +116,7 @@ bool ActiveMqTransport::subscribeTopic(const QString &topic)
     QString error;
     if (sendWithReceipt(now, std::move(frame), &error))
         return true;
-    QMutexLocker locker(&stateLock);
+    stomp::SyncLocker locker(&stateLock);
     topics.remove(destination);
     return fail(QStringLiteral("Cannot subscribe to %1: %2").arg(destination, error));
 }
@@ -126,7 +127,7 @@ bool ActiveMqTransport::unsubscribeTopic(const QString &topic)
     const Current now = current();
     QByteArray id;
     {
-        QMutexLocker locker(&stateLock);
+        stomp::SyncLocker locker(&stateLock);
         id = topics.take(destination);
     }
     if (id.isEmpty())

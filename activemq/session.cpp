@@ -1,5 +1,7 @@
 #include "session.h"
 
+#include "tsansync.h"
+
 namespace stomp {
 
 Session::Session(const BrokerAddress &address, const QByteArray &token)
@@ -9,19 +11,19 @@ Session::Session(const BrokerAddress &address, const QByteArray &token)
 
 Session::Phase Session::phase() const
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     return current;
 }
 
 QString Session::closeReason() const
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     return reason;
 }
 
 void Session::opened()
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     if (current == Phase::Connecting)
         current = Phase::Open;
     changed.wakeAll();
@@ -29,14 +31,14 @@ void Session::opened()
 
 void Session::closing()
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     if (current == Phase::Open)
         current = Phase::Closing;
 }
 
 bool Session::closed(const QString &why)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     if (current == Phase::Closed)
         return false;
     const bool lost = current == Phase::Open;
@@ -60,9 +62,9 @@ bool Session::closed(const QString &why)
 
 Session::Phase Session::awaitSettled(QDeadlineTimer deadline)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     while (current == Phase::Connecting) {
-        if (!changed.wait(&mutex, deadline))
+        if (!stomp::syncWait(changed, &mutex, deadline))
             break;
     }
     return current;
@@ -81,7 +83,7 @@ bool Session::usable(QString *whyNot) const
 bool Session::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
                         QString *whyNot)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     if (!usable(whyNot))
         return false;
     calls.insert(correlationId, Slot());
@@ -92,10 +94,10 @@ bool Session::beginCall(const QByteArray &correlationId, const QByteArray &recei
 Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTimer deadline,
                                     Frame *reply, QString *error)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     auto slot = calls.find(correlationId);
     while (slot != calls.end() && slot->state == Outcome::TimedOut) {
-        if (!changed.wait(&mutex, deadline))
+        if (!stomp::syncWait(changed, &mutex, deadline))
             break;
         slot = calls.find(correlationId);
     }
@@ -118,7 +120,7 @@ Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTi
 
 bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     auto slot = calls.find(correlationId);
     if (slot == calls.end() || slot->state != Outcome::TimedOut) {
         ++dropped;
@@ -132,13 +134,13 @@ bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
 
 qint64 Session::droppedReplies() const
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     return dropped;
 }
 
 bool Session::beginReceipt(const QByteArray &receiptId, QString *whyNot)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     if (current != Phase::Closing && !usable(whyNot))
         return false;
     receipts.insert(receiptId, Slot());
@@ -148,10 +150,10 @@ bool Session::beginReceipt(const QByteArray &receiptId, QString *whyNot)
 Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTimer deadline,
                                        QString *error)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     auto slot = receipts.find(receiptId);
     while (slot != receipts.end() && slot->state == Outcome::TimedOut) {
-        if (!changed.wait(&mutex, deadline))
+        if (!stomp::syncWait(changed, &mutex, deadline))
             break;
         slot = receipts.find(receiptId);
     }
@@ -166,7 +168,7 @@ Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTim
 
 void Session::receiptArrived(const QByteArray &receiptId)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     // A call's receipt only says the broker took the request; the call
     // goes on waiting for its reply.
     if (callReceipts.remove(receiptId) > 0)
@@ -180,7 +182,7 @@ void Session::receiptArrived(const QByteArray &receiptId)
 
 bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     const QByteArray correlationId = callReceipts.take(receiptId);
     if (!correlationId.isEmpty()) {
         auto call = calls.find(correlationId);
@@ -204,14 +206,14 @@ bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
 
 void Session::pushUnsolicited(const Frame &message)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     unsolicited.enqueue(message);
     changed.wakeAll();
 }
 
 Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error)
 {
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     for (;;) {
         if (!unsolicited.isEmpty()) {
             *message = unsolicited.dequeue();
@@ -221,7 +223,7 @@ Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *messa
             usable(error);
             return Outcome::Failed;
         }
-        if (!changed.wait(&mutex, deadline))
+        if (!stomp::syncWait(changed, &mutex, deadline))
             return Outcome::TimedOut;
     }
 }

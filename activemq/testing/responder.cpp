@@ -1,5 +1,7 @@
 #include "responder.h"
 
+#include <chrono>
+
 namespace stomp {
 
 Responder::Responder(const Peer::Options &options, const QByteArray &queue, Handler handler)
@@ -15,15 +17,18 @@ Responder::~Responder()
 
 bool Responder::begin(int timeoutMs)
 {
-    start = Start::Pending;
-    QThread::start();
-    QMutexLocker locker(&mutex);
-    const QDeadlineTimer deadline(timeoutMs);
-    while (start == Start::Pending) {
-        if (!ready.wait(&mutex, deadline)) {
-            error = QStringLiteral("responder did not start in time");
-            return false;
-        }
+    end();
+    {
+        std::lock_guard<std::mutex> locker(mutex);
+        start = Start::Pending;
+    }
+    stopping = false;
+    thread = std::thread([this] { run(); });
+    std::unique_lock<std::mutex> locker(mutex);
+    if (!ready.wait_for(locker, std::chrono::milliseconds(timeoutMs),
+                        [this] { return start != Start::Pending; })) {
+        error = QStringLiteral("responder did not start in time");
+        return false;
     }
     return start == Start::Listening;
 }
@@ -31,18 +36,19 @@ bool Responder::begin(int timeoutMs)
 void Responder::end()
 {
     stopping = true;
-    wait();
+    if (thread.joinable())
+        thread.join();
 }
 
 QString Responder::errorText() const
 {
-    QMutexLocker locker(&mutex);
+    std::lock_guard<std::mutex> locker(mutex);
     return error;
 }
 
 QList<Responder::Request> Responder::requests() const
 {
-    QMutexLocker locker(&mutex);
+    std::lock_guard<std::mutex> locker(mutex);
     return seen;
 }
 
@@ -51,11 +57,11 @@ void Responder::run()
     Peer peer;
     const bool listening = peer.open(options) && peer.subscribe("requests", queue);
     {
-        QMutexLocker locker(&mutex);
+        std::lock_guard<std::mutex> locker(mutex);
         start = listening ? Start::Listening : Start::Failed;
         if (!listening)
             error = peer.errorText();
-        ready.wakeAll();
+        ready.notify_all();
     }
     if (!listening)
         return;
@@ -91,7 +97,7 @@ void Responder::answer(Peer &peer, const Frame &request)
     Request seenRequest { request, nuvMQClassifyMessage() };
     seenRequest.message.convertFromBase64(QString::fromUtf8(request.body));
     {
-        QMutexLocker locker(&mutex);
+        std::lock_guard<std::mutex> locker(mutex);
         seen.append(seenRequest);
     }
     const std::optional<nuvMQClassifyMessage> answer = handler(seenRequest);

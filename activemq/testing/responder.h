@@ -5,13 +5,13 @@
 #include "stomppeer.h"
 
 #include <QList>
-#include <QMutex>
-#include <QThread>
-#include <QWaitCondition>
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <optional>
+#include <thread>
 
 namespace stomp {
 
@@ -23,8 +23,11 @@ namespace stomp {
  *
  * A request that carries a classify message goes to the handler; one
  * without the nuv-message-type header (a raw ping) is echoed as it came.
+ *
+ * Standard threads and locks rather than Qt's: a ThreadSanitizer build sees
+ * the order they give, which it cannot see inside the uninstrumented QtCore.
  */
-class Responder : public QThread
+class Responder
 {
 public:
     struct Request
@@ -37,7 +40,9 @@ public:
     using Handler = std::function<std::optional<nuvMQClassifyMessage>(const Request &)>;
 
     Responder(const Peer::Options &options, const QByteArray &queue, Handler handler);
-    ~Responder() override;
+    ~Responder();
+    Responder(const Responder &) = delete;
+    Responder &operator=(const Responder &) = delete;
 
     // Starts the thread and waits until it listens; false with errorText().
     bool begin(int timeoutMs = 15000);
@@ -50,23 +55,22 @@ public:
     // True once the responder's own connection broke.
     bool lost() const { return lostConnection; }
 
-protected:
-    void run() override;
-
 private:
+    void run();
     void answer(Peer &peer, const Frame &request);
 
     const Peer::Options options;
     const QByteArray queue;
     const Handler handler;
-    mutable QMutex mutex;
-    QWaitCondition ready;
+    mutable std::mutex mutex;
+    std::condition_variable ready;
     enum class Start { Pending, Listening, Failed } start = Start::Pending;
     QString error;
     QList<Request> seen;
     std::atomic<bool> stopping { false };
     std::atomic<int> answeredCount { 0 };
     std::atomic<bool> lostConnection { false };
+    std::thread thread;
 };
 
 } // namespace stomp

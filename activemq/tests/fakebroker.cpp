@@ -1,5 +1,7 @@
 #include "fakebroker.h"
 
+#include "tsansync.h"
+
 #include <QDeadlineTimer>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -89,12 +91,20 @@ FakeBroker::~FakeBroker()
     wait();
 }
 
+bool FakeBroker::wait(QDeadlineTimer deadline)
+{
+    if (!QThread::wait(deadline))
+        return false;
+    stomp::syncAcquire(this);
+    return true;
+}
+
 quint16 FakeBroker::listen()
 {
     start();
-    QMutexLocker locker(&mutex);
+    stomp::SyncLocker locker(&mutex);
     while (!listening)
-        ready.wait(&mutex);
+        stomp::syncWait(ready, &mutex, QDeadlineTimer(QDeadlineTimer::Forever));
     return port;
 }
 
@@ -105,10 +115,17 @@ void FakeBroker::stop()
 
 void FakeBroker::run()
 {
+    // Declared first, so run last: hands everything this thread did to
+    // wait(), as QThread::wait() does where ThreadSanitizer cannot see it.
+    struct Finished
+    {
+        FakeBroker *broker;
+        ~Finished() { stomp::syncRelease(broker); }
+    } finished { this };
     QTcpServer server;
     server.listen(QHostAddress::LocalHost, 0);
     {
-        QMutexLocker locker(&mutex);
+        stomp::SyncLocker locker(&mutex);
         port = server.serverPort();
         listening = true;
         ready.wakeAll();

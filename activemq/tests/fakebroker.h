@@ -58,6 +58,9 @@ public:
     // Ends the script's waiting (it should check stopping()).
     void stop();
     bool stopping() const { return stopRequested; }
+    // QThread::wait(), and what the script did is seen by ThreadSanitizer
+    // as done before the return, which it cannot see inside QtCore.
+    bool wait(QDeadlineTimer deadline = QDeadlineTimer(QDeadlineTimer::Forever));
 
 protected:
     void run() override;

@@ -7,6 +7,8 @@
 #include <QSqlQuery>
 #include <QtTest>
 
+#include <thread>
+
 using namespace servertest;
 
 class ServerSessionsTest : public QObject
@@ -358,10 +360,9 @@ void ServerSessionsTest::engineFollowsTheCallingThread()
     auto engine = server.engine();
     engineLogin(*engine, "token", adminUser, adminPassword);
     QStringList roles;
-    std::unique_ptr<QThread> worker(QThread::create(
-        [&] { roles = engine->handle(request("CFROLES"), "token").getDataList(); }));
-    worker->start();
-    QVERIFY(worker->wait());
+    // A std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
+    std::thread worker([&] { roles = engine->handle(request("CFROLES"), "token").getDataList(); });
+    worker.join();
     QCOMPARE(roles, QStringList { "Administrators" });
     QCOMPARE(engine->handle(request("CFROLES"), "token").getDataList(), roles);
 }
