@@ -9,6 +9,8 @@
 
 #include <csignal>
 #include <cstdio>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -38,8 +40,23 @@ void print(const QString &text)
 
 } // namespace
 
+// With NUV_KESP_EXIT_WITH_PARENT=PID the server stops (SIGTERM) when the
+// process PID that started it goes away, so that a test or supervisor that
+// dies cannot leave an instance behind that takes requests meant for the
+// next run. Returns false when that parent is already gone.
+bool followParent()
+{
+    const QByteArray parent = qgetenv("NUV_KESP_EXIT_WITH_PARENT");
+    if (parent.isEmpty())
+        return true;
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    return getppid() == parent.toLongLong();
+}
+
 int main(int argc, char **argv)
 {
+    if (!followParent())
+        return 1;
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("nuvkesp-server"));
 

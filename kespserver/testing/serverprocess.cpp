@@ -1,5 +1,6 @@
 #include "serverprocess.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QRegularExpression>
@@ -36,6 +37,13 @@ bool ServerProcess::start(int timeoutMs)
     QFile::remove(logFile);
     process.setStandardErrorFile(logFile);
     process.setStandardOutputFile(QProcess::nullDevice());
+    // The instance ends with this test process, even when it is killed.
+    QProcessEnvironment environment = process.processEnvironment().isEmpty()
+        ? QProcessEnvironment::systemEnvironment()
+        : process.processEnvironment();
+    environment.insert(QStringLiteral("NUV_KESP_EXIT_WITH_PARENT"),
+                       QString::number(QCoreApplication::applicationPid()));
+    process.setProcessEnvironment(environment);
     process.start(executable(),
                   QStringList { QStringLiteral("--name"), name, QStringLiteral("--database"),
                                 database, QStringLiteral("--broker"), broker }
