@@ -216,6 +216,13 @@ QString Context::documentAccess(const QString &alias, Access access, QVariantLis
     return sql + QStringLiteral("))");
 }
 
+void Context::listDocumentRows(const QString &sql)
+{
+    const qint64 id = docIdNumber(QStringLiteral("the document"));
+    requireDocument(id, Access::Read);
+    setList(queryRecords(db, sql, { id }));
+}
+
 void Context::requireDocument(qint64 id, Access access)
 {
     if (!exists(db, QStringLiteral("SELECT 1 FROM documents WHERE id = ?"), { id }))

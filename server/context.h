@@ -85,6 +85,10 @@ public:
     QString documentAccess(const QString &alias, Access access, QVariantList &values);
     // Fails unless the document exists and the caller has the access.
     void requireDocument(qint64 id, Access access);
+    // Answers the records that `sql` (one placeholder, the document) selects
+    // for the document named in `docId`, which the caller must be allowed to
+    // read: the shape of every per-document list.
+    void listDocumentRows(const QString &sql);
 
     // Appends `request` to the pending requests of every other session
     // ("CFUPDATES" returns them); with `userId` only to that user's.

@@ -211,23 +211,15 @@ void documentsInfo(Context &ctx)
 // CFDOCHIST: time␟user␟action␟details, oldest first
 void history(Context &ctx)
 {
-    const qint64 id = ctx.docIdNumber(QStringLiteral("the document"));
-    ctx.requireDocument(id, Access::Read);
-    ctx.setList(queryRecords(ctx.db,
-                             QStringLiteral("SELECT time, user, action, details FROM doc_history"
-                                            " WHERE doc_id = ? ORDER BY id"),
-                             { id }));
+    ctx.listDocumentRows(QStringLiteral("SELECT time, user, action, details FROM doc_history"
+                                        " WHERE doc_id = ? ORDER BY id"));
 }
 
 // CFDOCREV: revision␟time␟user␟changed fields (comma-separated)
 void revisions(Context &ctx)
 {
-    const qint64 id = ctx.docIdNumber(QStringLiteral("the document"));
-    ctx.requireDocument(id, Access::Read);
-    ctx.setList(queryRecords(ctx.db,
-                             QStringLiteral("SELECT revision, time, user, fields FROM doc_revisions"
-                                            " WHERE doc_id = ? ORDER BY revision"),
-                             { id }));
+    ctx.listDocumentRows(QStringLiteral("SELECT revision, time, user, fields FROM doc_revisions"
+                                        " WHERE doc_id = ? ORDER BY revision"));
 }
 
 // CFBEMERK: the distinct remarks of the readable documents of the archive

@@ -198,12 +198,8 @@ void setRoleMembers(Context &ctx)
 // CFGETDOCUSERS: docId document -> principal␟rights entries
 void documentRights(Context &ctx)
 {
-    const qint64 doc = ctx.docIdNumber(QStringLiteral("the document"));
-    ctx.requireDocument(doc, Access::Read);
-    ctx.setList(queryRecords(ctx.db,
-                             QStringLiteral("SELECT principal, rights FROM doc_rights"
-                                            " WHERE doc_id = ? ORDER BY principal"),
-                             { doc }));
+    ctx.listDocumentRows(QStringLiteral("SELECT principal, rights FROM doc_rights"
+                                        " WHERE doc_id = ? ORDER BY principal"));
 }
 
 // CFSETDOCUSERS: docId document, [mode, entries...]; mode SET (or empty)
