@@ -4,6 +4,8 @@
 #include <QHostAddress>
 #include <QProcessEnvironment>
 #include <QSettings>
+#include <QSslCertificate>
+#include <QSslSocket>
 
 #include <dlfcn.h>
 
@@ -280,6 +282,15 @@ QString destinationFor(const QString &name, const QString &kind)
     if (name.startsWith(QLatin1Char('/')))
         return name;
     return QStringLiteral("/%1/%2").arg(kind, name);
+}
+
+QSslConfiguration tlsConfiguration(const BrokerSettings &settings, QSslConfiguration base)
+{
+    if (!settings.caFile.isEmpty())
+        base.setCaCertificates(QSslCertificate::fromPath(settings.caFile));
+    base.setPeerVerifyMode(settings.verifyPeer ? QSslSocket::VerifyPeer : QSslSocket::VerifyNone);
+    base.setProtocol(QSsl::TlsV1_2OrLater);
+    return base;
 }
 
 } // namespace stomp

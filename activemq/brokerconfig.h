@@ -2,6 +2,7 @@
 #define BROKERCONFIG_H
 
 #include <QMap>
+#include <QSslConfiguration>
 #include <QString>
 
 namespace stomp {
@@ -65,6 +66,11 @@ bool loadSettings(const Environment &environment, const QString &defaultFile,
 // "stomp+ssl://host" and IPv6 literals in brackets.
 bool parseAddress(const QString &host, qint64 port, bool tlsByDefault, BrokerAddress *address,
                   QString *error);
+
+// The TLS trust rules of every broker connection, the client transport's and
+// the server's alike: the configured CA file (else the system's), peer
+// verification as configured, TLS 1.2 or later.
+QSslConfiguration tlsConfiguration(const BrokerSettings &settings, QSslConfiguration base);
 
 // "/queue/x" and "/topic/x" stay as they are; a bare name becomes a queue
 // (or the given kind).

@@ -82,13 +82,7 @@ void Connection::open(const std::shared_ptr<Session> &next, const BrokerSettings
     const BrokerAddress &address = session->address;
     if (address.tls) {
         auto *ssl = new QSslSocket(this);
-        QSslConfiguration configuration = ssl->sslConfiguration();
-        if (!settings.caFile.isEmpty())
-            configuration.setCaCertificates(QSslCertificate::fromPath(settings.caFile));
-        configuration.setPeerVerifyMode(settings.verifyPeer ? QSslSocket::VerifyPeer
-                                                            : QSslSocket::VerifyNone);
-        configuration.setProtocol(QSsl::TlsV1_2OrLater);
-        ssl->setSslConfiguration(configuration);
+        ssl->setSslConfiguration(tlsConfiguration(settings, ssl->sslConfiguration()));
         connect(ssl, &QSslSocket::encrypted, this, &Connection::sendConnect);
         connect(ssl, QOverload<const QList<QSslError> &>::of(&QSslSocket::sslErrors), this,
                 &Connection::onSslErrors);

@@ -41,15 +41,8 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     error.clear();
     const int limit = qMax(1, settings.connectTimeoutMs);
     if (address.tls) {
-        // The same trust rules as the client transport (stompconnection.cpp).
         auto ssl = std::make_unique<QSslSocket>();
-        QSslConfiguration configuration = ssl->sslConfiguration();
-        if (!settings.caFile.isEmpty())
-            configuration.setCaCertificates(QSslCertificate::fromPath(settings.caFile));
-        configuration.setPeerVerifyMode(settings.verifyPeer ? QSslSocket::VerifyPeer
-                                                            : QSslSocket::VerifyNone);
-        configuration.setProtocol(QSsl::TlsV1_2OrLater);
-        ssl->setSslConfiguration(configuration);
+        ssl->setSslConfiguration(stomp::tlsConfiguration(settings, ssl->sslConfiguration()));
         ssl->connectToHostEncrypted(address.host, address.port);
         if (!ssl->waitForEncrypted(limit))
             return fail(QStringLiteral("Cannot connect to the message broker at %1: %2")

@@ -15,8 +15,6 @@
 
 namespace kesp {
 
-namespace {
-
 nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 {
     nuvMQClassifyMessage message;
@@ -24,6 +22,8 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
     message.setDataList(items);
     return message;
 }
+
+namespace {
 
 // One caller: connects, logs in, sends its share and records the outcome.
 void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadResult *total)

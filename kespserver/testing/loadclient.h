@@ -1,6 +1,8 @@
 #ifndef KESPSERVER_LOADCLIENT_H
 #define KESPSERVER_LOADCLIENT_H
 
+#include "nuvmqclassifymessage.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -33,6 +35,9 @@ struct LoadPlan
     int requests = 2000; // in all, spread over the threads
     int timeoutSeconds = 30;
 };
+
+// A request of `word` with `items` as its string list.
+nuvMQClassifyMessage command(const QString &word, const QStringList &items);
 
 // Runs the plan; blocks until every thread is done.
 LoadResult runLoad(const LoadPlan &plan);

@@ -3,6 +3,7 @@
 // by itself, and a client's next login works.
 
 #include "kesptest.h"
+#include "loadclient.h"
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
 #include "serverprocess.h"
@@ -11,13 +12,7 @@
 
 namespace {
 
-nuvMQClassifyMessage command(const QString &word, const QStringList &items)
-{
-    nuvMQClassifyMessage message;
-    message.command = word;
-    message.setDataList(items);
-    return message;
-}
+using kesp::command;
 
 // Connects, logs in and adds a clipboard; an empty text when all worked.
 QString loginAndWrite(const stomp::BrokerEnv &broker, const QString &clipboard)
