@@ -59,11 +59,12 @@ void newTenant(Context &ctx)
 // those payloads in the same order
 void tenants(Context &ctx)
 {
-    QSqlQuery query = run(ctx.db,
-                          QStringLiteral("SELECT t.name, t.description, coalesce(a.name, ''),"
-                                         " t.number, coalesce(a.id, ''), t.created, t.payload"
-                                         " FROM tenants t LEFT JOIN archives a"
-                                         " ON a.tenant_number = t.number ORDER BY t.number"));
+    QSqlQuery query
+        = run(ctx.db,
+              QStringLiteral("SELECT t.name, t.description, coalesce(a.name, ''),"
+                             " t.number, coalesce(CAST(a.id AS TEXT), ''), t.created, t.payload"
+                             " FROM tenants t LEFT JOIN archives a"
+                             " ON a.tenant_number = t.number ORDER BY t.number"));
     QStringList records;
     QStringList keys;
     QList<QByteArray> payloads;
@@ -264,8 +265,7 @@ void newFolder(Context &ctx)
     QString key = ctx.item(3);
     if (key.isEmpty()) {
         qint64 next
-            = scalar(ctx.db, QStringLiteral("SELECT coalesce(max(rowid), 0) + 1 FROM folders"))
-                  .toLongLong();
+            = scalar(ctx.db, QStringLiteral("SELECT count(*) + 1 FROM folders")).toLongLong();
         while (exists(ctx.db, QStringLiteral("SELECT 1 FROM folders WHERE key = ?"),
                       { QStringLiteral("F%1").arg(next) }))
             ++next;

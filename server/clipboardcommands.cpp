@@ -1,5 +1,6 @@
 // Clipboards and their cards, shares of documents, stored searches.
 
+#include "dialect.h"
 #include "documents.h"
 
 #include <QRandomGenerator>
@@ -43,9 +44,11 @@ void addClipboard(Context &ctx)
     if (exists(ctx.db, QStringLiteral("SELECT 1 FROM clipboards WHERE owner_id = ? AND name = ?"),
                { ctx.user().userId, name }))
         fail(QStringLiteral("%1 already has a clipboard '%2'").arg(ctx.login(), name));
-    run(ctx.db, QStringLiteral("INSERT INTO clipboards(owner_id, name, created) VALUES (?, ?, ?)"),
-        { ctx.user().userId, name, nowText() });
-    ctx.setDocId(scalar(ctx.db, QStringLiteral("SELECT last_insert_rowid()")).toString());
+    ctx.setDocId(scalar(ctx.db,
+                        QStringLiteral("INSERT INTO clipboards(owner_id, name, created)"
+                                       " VALUES (?, ?, ?) RETURNING id"),
+                        { ctx.user().userId, name, nowText() })
+                     .toString());
 }
 
 // CFRENAMECLIPBOARD: docId clipboard, [new name]
@@ -216,8 +219,8 @@ void addShare(Context &ctx)
         const qint64 doc = toNumber(text, QStringLiteral("a document number"));
         ctx.requireDocument(doc, Access::Read);
         run(ctx.db,
-            QStringLiteral("INSERT OR IGNORE INTO share_documents(share_key, doc_id, position)"
-                           " VALUES (?, ?, ?)"),
+            QStringLiteral("INSERT INTO share_documents(share_key, doc_id, position)"
+                           " VALUES (?, ?, ?) ON CONFLICT DO NOTHING"),
             { key, doc, position++ });
         addHistory(ctx, doc, QStringLiteral("shared"), recipient);
     }
@@ -232,16 +235,17 @@ void shares(Context &ctx)
     run(ctx.db, QStringLiteral("DELETE FROM shares WHERE expires <> '' AND expires <= ?"),
         { nowText() });
     QVariantList values { ctx.isAdmin() ? 1 : 0, ctx.user().userId };
-    ctx.setList(
-        queryRecords(ctx.db,
-                     QStringLiteral("SELECT s.key, s.title, s.recipient, s.expires,"
-                                    " s.access_limit, u.login,"
-                                    " coalesce((SELECT group_concat(doc_id, ',') FROM (SELECT"
-                                    " doc_id FROM share_documents WHERE share_key = s.key"
-                                    " ORDER BY position)), '') FROM shares s JOIN users u"
-                                    " ON u.id = s.owner_id WHERE ? = 1 OR s.owner_id = ?"
-                                    " ORDER BY s.created, s.key"),
-                     values));
+    const QString documents = commaJoined(
+        ctx.db, QStringLiteral("doc_id"),
+        QStringLiteral("FROM share_documents WHERE share_key = s.key"), QStringLiteral("position"));
+    ctx.setList(queryRecords(ctx.db,
+                             QStringLiteral("SELECT s.key, s.title, s.recipient, s.expires,"
+                                            " s.access_limit, u.login, coalesce(%1, '')"
+                                            " FROM shares s JOIN users u ON u.id = s.owner_id"
+                                            " WHERE ? = 1 OR s.owner_id = ?"
+                                            " ORDER BY s.created, s.key")
+                                 .arg(documents),
+                             values));
 }
 
 // CFDELSHARE: docId share key
@@ -274,11 +278,11 @@ void storeSearch(Context &ctx, qint64 number, const QStringList &parts)
                { ctx.user().userId, name, number }))
         fail(QStringLiteral("%1 already has a search '%2'").arg(ctx.login(), name));
     if (number == 0) {
-        run(ctx.db,
-            QStringLiteral("INSERT INTO searches(owner_id, name, description, conditions)"
-                           " VALUES (?, ?, ?, ?)"),
-            { ctx.user().userId, name, parts.value(1), joinFields(conditions) });
-        ctx.setDocId(scalar(ctx.db, QStringLiteral("SELECT last_insert_rowid()")).toString());
+        ctx.setDocId(scalar(ctx.db,
+                            QStringLiteral("INSERT INTO searches(owner_id, name, description,"
+                                           " conditions) VALUES (?, ?, ?, ?) RETURNING number"),
+                            { ctx.user().userId, name, parts.value(1), joinFields(conditions) })
+                         .toString());
     } else {
         run(ctx.db,
             QStringLiteral("UPDATE searches SET name = ?, description = ?, conditions = ?"

@@ -26,7 +26,8 @@ QString compare(const QString &expression, const Condition &condition, QVariantL
             .replace(QLatin1Char('%'), QLatin1String("\\%"))
             .replace(QLatin1Char('_'), QLatin1String("\\_"));
         values.append(QLatin1Char('%') + pattern + QLatin1Char('%'));
-        return expression + QStringLiteral(" LIKE ? ESCAPE '\\'");
+        // Case-insensitive on both databases (PostgreSQL's LIKE is not).
+        return QStringLiteral("lower(%1) LIKE lower(?) ESCAPE '\\'").arg(expression);
     }
     if (numeric) {
         bool isNumber = false;
@@ -51,7 +52,7 @@ QString conditionsSql(const QStringList &texts, const ConditionResolver &resolve
             continue;
         parts.append(QLatin1Char('(') + resolve(parseCondition(text), values) + QLatin1Char(')'));
     }
-    return parts.isEmpty() ? QStringLiteral("1") : parts.join(QLatin1String(" AND "));
+    return parts.isEmpty() ? QStringLiteral("1 = 1") : parts.join(QLatin1String(" AND "));
 }
 
 } // namespace nuvserver

@@ -199,11 +199,11 @@ const QSet<QString> &Context::hiddenFolders()
 QString Context::documentAccess(const QString &alias, Access access, QVariantList &values)
 {
     if (isAdmin())
-        return QStringLiteral("1");
-    const QString letter = access == Access::Write ? QStringLiteral("w") : QStringLiteral("r");
+        return QStringLiteral("1 = 1");
+    const QString letter = access == Access::Write ? QStringLiteral("%w%") : QStringLiteral("%r%");
     QString sql = QStringLiteral("(%1.created_by = ? OR ((NOT EXISTS (SELECT 1 FROM doc_rights dr"
                                  " WHERE dr.doc_id = %1.id) OR EXISTS (SELECT 1 FROM doc_rights dr"
-                                 " WHERE dr.doc_id = %1.id AND instr(dr.rights, ?) > 0"
+                                 " WHERE dr.doc_id = %1.id AND dr.rights LIKE ?"
                                  " AND dr.principal IN (")
                       .arg(alias);
     values << login() << letter;
@@ -255,7 +255,7 @@ void Context::notifyOthers(const QString &request, qint64 userId)
 void addHistory(Context &ctx, qint64 docId, const QString &action, const QString &details)
 {
     run(ctx.db,
-        QStringLiteral("INSERT INTO doc_history(doc_id, time, user, action, details)"
+        QStringLiteral("INSERT INTO doc_history(doc_id, time, \"user\", action, details)"
                        " VALUES (?, ?, ?, ?, ?)"),
         { docId, nowText(), ctx.login(), action, details });
 }

@@ -12,10 +12,10 @@ namespace {
 qint64 issueId(const QSqlDatabase &db)
 {
     run(db,
-        QStringLiteral("UPDATE meta SET value = CAST(value AS INTEGER) + 1"
+        QStringLiteral("UPDATE meta SET value = CAST(value AS BIGINT) + 1"
                        " WHERE key = 'next_oid'"));
     return scalar(db,
-                  QStringLiteral("SELECT CAST(value AS INTEGER) FROM meta"
+                  QStringLiteral("SELECT CAST(value AS BIGINT) FROM meta"
                                  " WHERE key = 'next_oid'"))
         .toLongLong();
 }
@@ -211,14 +211,14 @@ void documentsInfo(Context &ctx)
 // CFDOCHIST: time␟user␟action␟details, oldest first
 void history(Context &ctx)
 {
-    ctx.listDocumentRows(QStringLiteral("SELECT time, user, action, details FROM doc_history"
+    ctx.listDocumentRows(QStringLiteral("SELECT time, \"user\", action, details FROM doc_history"
                                         " WHERE doc_id = ? ORDER BY id"));
 }
 
 // CFDOCREV: revision␟time␟user␟changed fields (comma-separated)
 void revisions(Context &ctx)
 {
-    ctx.listDocumentRows(QStringLiteral("SELECT revision, time, user, fields FROM doc_revisions"
+    ctx.listDocumentRows(QStringLiteral("SELECT revision, time, \"user\", fields FROM doc_revisions"
                                         " WHERE doc_id = ? ORDER BY revision"));
 }
 
@@ -248,7 +248,7 @@ void changeLinks(Context &ctx, bool add)
         for (const auto &pair : { qMakePair(id, other), qMakePair(other, id) })
             run(ctx.db,
                 add ? QStringLiteral(
-                    "INSERT OR IGNORE INTO doc_links(doc_id, linked_id) VALUES (?, ?)")
+                    "INSERT INTO doc_links(doc_id, linked_id) VALUES (?, ?) ON CONFLICT DO NOTHING")
                     : QStringLiteral("DELETE FROM doc_links WHERE doc_id = ? AND linked_id = ?"),
                 { pair.first, pair.second });
     }

@@ -81,8 +81,9 @@ void applyValues(Context &ctx, qint64 id, const QVector<FieldValue> &values)
                 { id, attributeNumber(ctx.db, value.first) });
         } else {
             run(ctx.db,
-                QStringLiteral("INSERT OR REPLACE INTO doc_values(doc_id, attribute, value)"
-                               " VALUES (?, ?, ?)"),
+                QStringLiteral("INSERT INTO doc_values(doc_id, attribute, value)"
+                               " VALUES (?, ?, ?) ON CONFLICT(doc_id, attribute)"
+                               " DO UPDATE SET value = excluded.value"),
                 { id, attributeNumber(ctx.db, value.first), value.second });
         }
     }
@@ -111,7 +112,7 @@ void applyValues(Context &ctx, qint64 id, const QVector<FieldValue> &values)
                        " modified_by = ? WHERE id = ?"),
         { now, ctx.login(), id });
     run(ctx.db,
-        QStringLiteral("INSERT INTO doc_revisions(doc_id, revision, time, user, fields)"
+        QStringLiteral("INSERT INTO doc_revisions(doc_id, revision, time, \"user\", fields)"
                        " SELECT id, revision, ?, ?, ? FROM documents WHERE id = ?"),
         { now, ctx.login(), names.join(QLatin1Char(',')), id });
     addHistory(ctx, id, QStringLiteral("classified"), details.join(QLatin1String(", ")));
@@ -143,7 +144,7 @@ bool isIssuedId(const QSqlDatabase &db, qint64 id)
 {
     return id >= 1
         && id <= scalar(db,
-                        QStringLiteral("SELECT CAST(value AS INTEGER) FROM meta"
+                        QStringLiteral("SELECT CAST(value AS BIGINT) FROM meta"
                                        " WHERE key = 'next_oid'"))
                      .toLongLong();
 }

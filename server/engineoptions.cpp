@@ -25,10 +25,10 @@ QStringList list(const char *name, QChar separator)
 }
 } // namespace
 
-EngineOptions EngineOptions::fromEnvironment(const QString &databasePath)
+EngineOptions EngineOptions::fromEnvironment(const QString &database)
 {
     EngineOptions options;
-    options.databasePath = databasePath;
+    options.database = database;
     options.backupDirectory = text("NUV_SERVER_BACKUP_DIR");
     options.fileSystemRoots = list("NUV_SERVER_FS_ROOTS", QDir::listSeparator());
     options.mailCommand = text("NUV_SERVER_MAIL_COMMAND");

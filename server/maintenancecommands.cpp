@@ -2,6 +2,7 @@
 // file system, test mail and the LDAP and web pass-through commands.
 
 #include "context.h"
+#include "dialect.h"
 #include "fileaccess.h"
 #include "schema.h"
 
@@ -21,9 +22,7 @@ void serverVersion(Context &ctx)
 {
     ctx.setDocId(ServerEngine::protocolVersion());
     ctx.setList({ QStringLiteral("nuvclassify reference server"),
-                  QStringLiteral(NUV_SERVER_VERSION),
-                  QStringLiteral("SQLite ")
-                      + scalar(ctx.db, QStringLiteral("SELECT sqlite_version()")).toString(),
+                  QStringLiteral(NUV_SERVER_VERSION), databaseProduct(ctx.db),
                   QStringLiteral("schema %1").arg(schemaVersion) });
 }
 
@@ -121,11 +120,12 @@ void backup(Context &ctx)
     const QDir directory(requireBackupDirectory(ctx));
     const QString stamp
         = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-hhmmss-zzz"));
-    QString name = QStringLiteral("nuvclassify-%1.sqlite").arg(stamp);
+    const QString suffix = backupSuffix(ctx.db);
+    QString name = QStringLiteral("nuvclassify-%1%2").arg(stamp, suffix);
     for (int i = 2; directory.exists(name); ++i)
-        name = QStringLiteral("nuvclassify-%1-%2.sqlite").arg(stamp).arg(i);
+        name = QStringLiteral("nuvclassify-%1-%2%3").arg(stamp).arg(i).arg(suffix);
     const QString path = directory.filePath(name);
-    run(ctx.db, QStringLiteral("VACUUM INTO ?"), { path });
+    writeBackup(ctx.db, DatabaseLocation::parse(ctx.options.database, nullptr), path);
     ctx.setDocId(name);
     ctx.setList({ path, QString::number(QFileInfo(path).size()) });
 }
@@ -136,8 +136,8 @@ void backupStatus(Context &ctx)
     const QDir directory(requireBackupDirectory(ctx));
     if (!QFileInfo(directory.absolutePath()).isWritable())
         fail(QStringLiteral("the backup directory is not writable"));
-    ctx.setList(
-        directory.entryList({ QStringLiteral("nuvclassify-*.sqlite") }, QDir::Files, QDir::Name));
+    ctx.setList(directory.entryList({ QStringLiteral("nuvclassify-*") + backupSuffix(ctx.db) },
+                                    QDir::Files, QDir::Name));
 }
 
 // Locations of the file-system commands: "ROOT/relative/path", ROOT the

@@ -152,7 +152,8 @@ void setUserRoles(Context &ctx)
     run(ctx.db, QStringLiteral("DELETE FROM user_roles WHERE user_id = ?"), { user });
     for (const qint64 role : qAsConst(roles))
         run(ctx.db,
-            QStringLiteral("INSERT OR IGNORE INTO user_roles(user_id, role_id) VALUES (?, ?)"),
+            QStringLiteral(
+                "INSERT INTO user_roles(user_id, role_id) VALUES (?, ?) ON CONFLICT DO NOTHING"),
             { user, role });
     requireAnAdministrator(ctx.db);
     ctx.notifyOthers(QStringLiteral("ROLESUPDATE"), user);
@@ -179,15 +180,16 @@ void setRoleMembers(Context &ctx)
         run(ctx.db, QStringLiteral("DELETE FROM user_roles WHERE role_id = ?"), { role });
         for (const qint64 user : qAsConst(users))
             run(ctx.db,
-                QStringLiteral("INSERT OR IGNORE INTO user_roles(user_id, role_id) VALUES (?, ?)"),
+                QStringLiteral("INSERT INTO user_roles(user_id, role_id) VALUES (?, ?) ON CONFLICT "
+                               "DO NOTHING"),
                 { user, role });
     }
     if (replaceAll || !roles.isEmpty()) {
         run(ctx.db, QStringLiteral("DELETE FROM role_members WHERE role_id = ?"), { role });
         for (const qint64 member : qAsConst(roles))
             run(ctx.db,
-                QStringLiteral("INSERT OR IGNORE INTO role_members(role_id, member_role_id)"
-                               " VALUES (?, ?)"),
+                QStringLiteral("INSERT INTO role_members(role_id, member_role_id)"
+                               " VALUES (?, ?) ON CONFLICT DO NOTHING"),
                 { role, member });
     }
     requireNoRoleCycle(ctx.db);
@@ -220,8 +222,9 @@ void setDocumentRights(Context &ctx)
             run(ctx.db, QStringLiteral("DELETE FROM doc_rights WHERE doc_id = ?"), { doc });
         for (const auto &right : rights)
             run(ctx.db,
-                QStringLiteral("INSERT OR REPLACE INTO doc_rights(doc_id, principal, rights)"
-                               " VALUES (?, ?, ?)"),
+                QStringLiteral("INSERT INTO doc_rights(doc_id, principal, rights)"
+                               " VALUES (?, ?, ?) ON CONFLICT(doc_id, principal)"
+                               " DO UPDATE SET rights = excluded.rights"),
                 { doc, right.first, right.second });
     } else {
         fail(QStringLiteral("the mode must be SET, ADD or REMOVE, not '%1'").arg(ctx.item(0)));
@@ -271,8 +274,9 @@ void setTemporaryRights(Context &ctx)
     run(ctx.db, QStringLiteral("DELETE FROM temp_rights WHERE temp_id = ?"), { temp });
     for (const auto &right : rights)
         run(ctx.db,
-            QStringLiteral("INSERT OR REPLACE INTO temp_rights(temp_id, principal, rights)"
-                           " VALUES (?, ?, ?)"),
+            QStringLiteral("INSERT INTO temp_rights(temp_id, principal, rights)"
+                           " VALUES (?, ?, ?) ON CONFLICT(temp_id, principal)"
+                           " DO UPDATE SET rights = excluded.rights"),
             { temp, right.first, right.second });
 }
 

@@ -1,5 +1,6 @@
 #include "schema.h"
 
+#include "dialect.h"
 #include "records.h"
 #include "sql.h"
 
@@ -69,10 +70,10 @@ const char *const version1[] = {
     " PRIMARY KEY(doc_id, attribute))",
     "CREATE TABLE doc_history(id INTEGER PRIMARY KEY,"
     " doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE, time TEXT NOT NULL,"
-    " user TEXT NOT NULL, action TEXT NOT NULL, details TEXT NOT NULL DEFAULT '')",
+    " \"user\" TEXT NOT NULL, action TEXT NOT NULL, details TEXT NOT NULL DEFAULT '')",
     "CREATE INDEX doc_history_by_doc ON doc_history(doc_id)",
     "CREATE TABLE doc_revisions(doc_id INTEGER NOT NULL REFERENCES documents(id)"
-    " ON DELETE CASCADE, revision INTEGER NOT NULL, time TEXT NOT NULL, user TEXT NOT NULL,"
+    " ON DELETE CASCADE, revision INTEGER NOT NULL, time TEXT NOT NULL, \"user\" TEXT NOT NULL,"
     " fields TEXT NOT NULL, PRIMARY KEY(doc_id, revision))",
     "CREATE TABLE doc_links(doc_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
     " linked_id INTEGER NOT NULL REFERENCES documents(id) ON DELETE CASCADE,"
@@ -134,8 +135,9 @@ void seedVersion1(const QSqlDatabase &db)
         QStringLiteral("INSERT INTO tenants(number, name, description, created)"
                        " VALUES (1, 'Default', 'The first tenant', ?)"),
         { now });
-    run(db,
-        QStringLiteral("INSERT INTO archives(id, name, tenant_number) VALUES (1, 'Default', 1)"));
+    // The first archive gets key 1 from the generated keys, so that the next
+    // generated one follows it on every database.
+    run(db, QStringLiteral("INSERT INTO archives(name, tenant_number) VALUES ('Default', 1)"));
 }
 
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
@@ -151,18 +153,20 @@ bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 bool migrate(QSqlDatabase &db, int from, QString *error)
 {
     for (int version = from + 1; version <= schemaVersion; ++version) {
-        if (!execPlain(db, QStringLiteral("BEGIN IMMEDIATE"), error))
+        if (!beginWrite(db)) {
+            if (error)
+                *error = QStringLiteral("the database is busy; the schema cannot be updated");
             return false;
+        }
         try {
             // Another connection may have migrated while this one waited.
-            const int now = scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
-            if (now < version) {
+            if (storedSchemaVersion(db) < version) {
                 if (version == 1) {
                     for (const char *statement : version1)
-                        run(db, QString::fromLatin1(statement));
+                        run(db, tableDefinition(db, QString::fromLatin1(statement)));
                     seedVersion1(db);
                 }
-                run(db, QStringLiteral("PRAGMA user_version = %1").arg(version));
+                storeSchemaVersion(db, version);
             }
         } catch (const Failure &failure) {
             execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
@@ -180,25 +184,11 @@ bool migrate(QSqlDatabase &db, int from, QString *error)
 
 } // namespace
 
-bool prepareDatabase(QSqlDatabase &db, int busyTimeoutMs, QString *error)
+bool prepareDatabase(QSqlDatabase &db, QString *error)
 {
-    if (!execPlain(db, QStringLiteral("PRAGMA busy_timeout = %1").arg(qMax(0, busyTimeoutMs)),
-                   error)
-        || !execPlain(db, QStringLiteral("PRAGMA foreign_keys = ON"), error))
-        return false;
-    QSqlQuery journal(db);
-    if (!journal.exec(QStringLiteral("PRAGMA journal_mode = WAL")) || !journal.next()
-        || journal.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0) {
-        if (error)
-            *error = QStringLiteral("the database cannot use write-ahead logging");
-        return false;
-    }
-    journal.finish();
-    execPlain(db, QStringLiteral("PRAGMA synchronous = NORMAL"), nullptr);
-
     int version = 0;
     try {
-        version = scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
+        version = storedSchemaVersion(db);
     } catch (const Failure &failure) {
         if (error)
             *error = failure.text;
@@ -216,11 +206,23 @@ bool prepareDatabase(QSqlDatabase &db, int busyTimeoutMs, QString *error)
     // Bookkeeping of the broker server, not part of the model, so it stays
     // outside the numbered migrations: which broker requests have had their
     // effect, with the reply they got (see ServerEngine::handle with a key).
-    return execPlain(db,
-                     QStringLiteral("CREATE TABLE IF NOT EXISTS processed_requests("
-                                    "request_key TEXT PRIMARY KEY, reply BLOB NOT NULL,"
-                                    " processed TEXT NOT NULL)"),
-                     error);
+    // Made under the write lock: two servers may start at the same time.
+    if (!beginWrite(db)) {
+        if (error)
+            *error = QStringLiteral("the database is busy");
+        return false;
+    }
+    if (!execPlain(
+            db,
+            tableDefinition(db,
+                            QStringLiteral("CREATE TABLE IF NOT EXISTS processed_requests("
+                                           "request_key TEXT PRIMARY KEY, reply BLOB NOT NULL,"
+                                           " processed TEXT NOT NULL)")),
+            error)) {
+        execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
+        return false;
+    }
+    return execPlain(db, QStringLiteral("COMMIT"), error);
 }
 
 QString currentMarker(const QSqlDatabase &db)
@@ -242,7 +244,7 @@ QString currentMarker(const QSqlDatabase &db)
 void bumpChangeCounter(const QSqlDatabase &db)
 {
     run(db,
-        QStringLiteral("UPDATE meta SET value = CAST(value AS INTEGER) + 1"
+        QStringLiteral("UPDATE meta SET value = CAST(value AS BIGINT) + 1"
                        " WHERE key = 'change_counter'"));
     run(db, QStringLiteral("UPDATE meta SET value = ? WHERE key = 'last_change'"), { nowText() });
 }

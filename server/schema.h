@@ -5,17 +5,16 @@
 #include <QString>
 
 /*
- * The database schema and its migrations. The schema version is SQLite's
- * user_version; opening a database applies every later migration, each in
- * its own transaction, and refuses a database newer than this server.
+ * The database schema and its migrations. Opening a database applies every
+ * later migration, each in its own transaction, and refuses a database newer
+ * than this server.
  */
 namespace nuvserver {
 
 constexpr int schemaVersion = 1;
 
-// Sets the connection's pragmas (foreign keys, WAL, busy timeout) and brings
-// the schema up to date.
-bool prepareDatabase(QSqlDatabase &db, int busyTimeoutMs, QString *error);
+// Brings the schema of a freshly opened connection up to date.
+bool prepareDatabase(QSqlDatabase &db, QString *error);
 
 // The server-wide change counter behind the update marker.
 QString currentMarker(const QSqlDatabase &db);

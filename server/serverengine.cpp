@@ -4,6 +4,7 @@
 #include "serverengine.h"
 
 #include "context.h"
+#include "dialect.h"
 #include "records.h"
 #include "schema.h"
 #include "sql.h"
@@ -178,29 +179,34 @@ bool ServerEngine::ensureConnection(QString *error)
     if (db.isValid() && connectionThread == QThread::currentThread())
         return true;
     closeConnection();
-    if (engineOptions.databasePath.isEmpty()) {
+    QString problem;
+    const DatabaseLocation location = DatabaseLocation::parse(engineOptions.database, &problem);
+    if (problem.isEmpty())
+        db = openDatabase(location, connectionName, engineOptions.busyTimeoutMs, &problem);
+    if (!db.isValid()) {
         if (error)
-            *error = QStringLiteral("no database file is configured");
-        return false;
-    }
-    QDir().mkpath(QFileInfo(engineOptions.databasePath).absolutePath());
-    db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connectionName);
-    db.setDatabaseName(engineOptions.databasePath);
-    db.setConnectOptions(
-        QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(engineOptions.busyTimeoutMs));
-    if (!db.open()) {
-        if (error)
-            *error = QStringLiteral("cannot open %1: %2")
-                         .arg(engineOptions.databasePath, db.lastError().text());
-        closeConnection();
+            *error = problem;
+        db = QSqlDatabase();
         return false;
     }
     connectionThread = QThread::currentThread();
-    if (!prepareDatabase(db, engineOptions.busyTimeoutMs, error)) {
+    if (!prepareDatabase(db, error)) {
         closeConnection();
         return false;
     }
     return true;
+}
+
+bool ServerEngine::beginRequest()
+{
+    if (beginWrite(db))
+        return true;
+    // A database server that restarted leaves the connection broken: one
+    // fresh connection, then the request fails as busy.
+    if (!isPostgres(db))
+        return false;
+    closeConnection();
+    return ensureConnection(nullptr) && beginWrite(db);
 }
 
 bool ServerEngine::open(QString *error)
@@ -211,7 +217,7 @@ bool ServerEngine::open(QString *error)
     if (!engineOptions.initialAdminUser.isEmpty() && !engineOptions.initialAdminPassword.isEmpty()
         && !exists(db, QStringLiteral("SELECT 1 FROM users"))) {
         // Quietly skipped when another engine created a user meanwhile.
-        if (plain(db, QStringLiteral("BEGIN IMMEDIATE"))) {
+        if (beginWrite(db)) {
             try {
                 if (!exists(db, QStringLiteral("SELECT 1 FROM users")))
                     createFirstAdministrator(db, engineOptions, engineOptions.initialAdminUser,
@@ -240,7 +246,7 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
     ServerEngine engine(plainOptions);
     if (!engine.open(error))
         return false;
-    if (!plain(engine.db, QStringLiteral("BEGIN IMMEDIATE"))) {
+    if (!beginWrite(engine.db)) {
         if (error)
             *error = QStringLiteral("the database is busy");
         return false;
@@ -317,7 +323,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
         return ctx.reply;
     }
     const CommandEntry &entry = found.value();
-    if (!plain(db, QStringLiteral("BEGIN IMMEDIATE"))) {
+    if (!beginRequest()) {
         setError(ctx.reply, word + QStringLiteral(": the database is busy; try again"));
         return ctx.reply;
     }
@@ -349,21 +355,20 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     // Rows the command itself changed (the session's last-seen time does
     // not count): a keyed request that changed none is not recorded, since
     // running it again has no effect to repeat, and reads can be large.
-    const QString changes = QStringLiteral("SELECT total_changes()");
     qint64 changesBefore = 0;
     qint64 changesAfter = -1;
     const std::optional<Failure> failure = guarded([&] {
         markerBefore = currentMarker(db);
         admitCaller(ctx, entry, sessionToken, engineOptions.sessionTimeoutMinutes);
         if (!requestKey.isEmpty())
-            changesBefore = scalar(db, changes).toLongLong();
+            changesBefore = changedRowCount();
         if (!(entry.flags & OutsideTransaction)) {
             entry.handler(ctx);
             if (entry.flags & Writes)
                 bumpChangeCounter(db);
         }
         if (!requestKey.isEmpty())
-            changesAfter = scalar(db, changes).toLongLong();
+            changesAfter = changedRowCount();
         markerAfter = currentMarker(db);
     });
     if (failure) {
@@ -406,7 +411,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
         }
     }
     addMarker();
-    if (lateWork && !requestKey.isEmpty() && plain(db, QStringLiteral("BEGIN IMMEDIATE"))) {
+    if (lateWork && !requestKey.isEmpty() && beginWrite(db)) {
         const bool stored = !guarded([&] { recordReply(requestKey, ctx.reply); });
         plain(db, stored ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
     }

@@ -95,8 +95,11 @@ void login(Context &ctx)
         fail(QStringLiteral("the account of %1 is disabled").arg(user->login));
 
     const QString now = nowText();
+    // A new login on a token starts a new session: the old one goes with
+    // its pending requests.
+    run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { ctx.token });
     run(ctx.db,
-        QStringLiteral("INSERT OR REPLACE INTO sessions(token, user_id, state, client, started,"
+        QStringLiteral("INSERT INTO sessions(token, user_id, state, client, started,"
                        " last_seen) VALUES (?, ?, ?, ?, ?, ?)"),
         { ctx.token, user->id, user->expired ? QStringLiteral("expired") : QStringLiteral("active"),
           ctx.item(2), now, now });

@@ -1,8 +1,29 @@
 #include "sql.h"
 
+#include "dialect.h"
+
 #include <QSqlError>
 
 namespace nuvserver {
+
+namespace {
+// One engine connection per thread, so a count per thread is the count of
+// the request in hand.
+thread_local qint64 rowsChanged = 0;
+
+bool changesData(const QString &sql)
+{
+    const QStringRef verb = sql.leftRef(sql.indexOf(QLatin1Char(' ')));
+    return verb.compare(QLatin1String("INSERT"), Qt::CaseInsensitive) == 0
+        || verb.compare(QLatin1String("UPDATE"), Qt::CaseInsensitive) == 0
+        || verb.compare(QLatin1String("DELETE"), Qt::CaseInsensitive) == 0;
+}
+} // namespace
+
+qint64 changedRowCount()
+{
+    return rowsChanged;
+}
 
 void fail(const QString &text)
 {
@@ -12,23 +33,39 @@ void fail(const QString &text)
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
     QSqlQuery query(db);
-    query.setForwardOnly(true);
-    if (!query.prepare(sql))
-        fail(QStringLiteral("database error: ") + query.lastError().text());
-    for (const QVariant &value : values) {
-        // A null QString is text like any other; NULL is bound as QVariant().
-        if (value.userType() == QMetaType::QString && value.toString().isNull())
-            query.addBindValue(QStringLiteral(""));
-        else
-            query.addBindValue(value);
+    // PostgreSQL streams a forward-only result row by row and drops what
+    // is left when the connection runs the next statement; the commands
+    // run statements while reading others, so it gets whole results.
+    query.setForwardOnly(!isPostgres(db));
+    // A statement without values runs as it is: PostgreSQL prepares no
+    // table definitions, and it saves the round trips of preparing.
+    bool done = false;
+    if (values.isEmpty()) {
+        done = query.exec(sql);
+    } else {
+        if (!query.prepare(sql))
+            fail(QStringLiteral("database error: ") + query.lastError().text());
+        for (const QVariant &value : values) {
+            // A null QString is text like any other; NULL is bound as QVariant().
+            if (value.userType() == QMetaType::QString && value.toString().isNull())
+                query.addBindValue(QStringLiteral(""));
+            else
+                query.addBindValue(value);
+        }
+        done = query.exec();
     }
-    if (!query.exec()) {
+    if (!done) {
         const QString text = query.lastError().text();
-        if (text.contains(QLatin1String("FOREIGN KEY")))
+        if (isForeignKeyViolation(text))
             fail(QStringLiteral("the change would break a reference between records"));
-        if (text.contains(QLatin1String("UNIQUE")))
+        if (isUniqueViolation(text))
             fail(QStringLiteral("the change would duplicate a unique name"));
         fail(QStringLiteral("database error: ") + text);
+    }
+    if (changesData(sql)) {
+        // A statement with RETURNING reads like a query; it counts as a
+        // change, which at worst records a reply that was not needed.
+        rowsChanged += query.isSelect() ? 1 : qMax(0, query.numRowsAffected());
     }
     return query;
 }
@@ -73,10 +110,10 @@ void writeList(const QSqlDatabase &db, const KeyedList &list, const QVariant &ke
             .arg(QLatin1String(list.table), QLatin1String(list.keyColumn)),
         { key });
     const QString insert = list.positionColumn
-        ? QStringLiteral("INSERT OR IGNORE INTO %1(%2, %3, %4) VALUES (?, ?, ?)")
+        ? QStringLiteral("INSERT INTO %1(%2, %3, %4) VALUES (?, ?, ?) ON CONFLICT DO NOTHING")
               .arg(QLatin1String(list.table), QLatin1String(list.keyColumn),
                    QLatin1String(list.valueColumn), QLatin1String(list.positionColumn))
-        : QStringLiteral("INSERT OR IGNORE INTO %1(%2, %3) VALUES (?, ?)")
+        : QStringLiteral("INSERT INTO %1(%2, %3) VALUES (?, ?) ON CONFLICT DO NOTHING")
               .arg(QLatin1String(list.table), QLatin1String(list.keyColumn),
                    QLatin1String(list.valueColumn));
     for (int i = 0; i < values.size(); ++i) {

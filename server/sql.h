@@ -28,6 +28,9 @@ struct Failure
 
 // Prepares `sql`, binds `values` in order and executes it.
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// Rows inserted, updated or deleted through run() on this thread so far:
+// the difference over a request tells whether it changed anything.
+qint64 changedRowCount();
 // The first column of the first row, or an invalid QVariant without a row.
 QVariant scalar(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
 // Whether the statement yields at least one row.

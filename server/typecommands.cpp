@@ -149,9 +149,11 @@ void addAttribute(Context &ctx)
     const QString name = ctx.requireItem(0, QStringLiteral("the attribute name"));
     checkAttributeName(ctx.db, name, 0);
     const bool mandatory = toFlag(ctx.item(2), QStringLiteral("the mandatory flag"));
-    run(ctx.db, QStringLiteral("INSERT INTO attributes(name, label, mandatory) VALUES (?, ?, ?)"),
-        { name, ctx.item(1), mandatory ? 1 : 0 });
-    ctx.setDocId(scalar(ctx.db, QStringLiteral("SELECT last_insert_rowid()")).toString());
+    ctx.setDocId(scalar(ctx.db,
+                        QStringLiteral("INSERT INTO attributes(name, label, mandatory)"
+                                       " VALUES (?, ?, ?) RETURNING number"),
+                        { name, ctx.item(1), mandatory ? 1 : 0 })
+                     .toString());
     ctx.notifyOthers(QStringLiteral("TYPESUPDATE"));
 }
 

@@ -21,8 +21,9 @@ void saveUserData(Context &ctx)
         fail(QStringLiteral("data must hold two byte arrays, it holds %1").arg(data.size()));
     run(ctx.db,
         QStringLiteral(
-            "INSERT OR REPLACE INTO user_data(owner_id, key1, key2, first, second, public)"
-            " VALUES (?, ?, ?, ?, ?, ?)"),
+            "INSERT INTO user_data(owner_id, key1, key2, first, second, public)"
+            " VALUES (?, ?, ?, ?, ?, ?) ON CONFLICT(owner_id, key1, key2) DO UPDATE"
+            " SET first = excluded.first, second = excluded.second, public = excluded.public"),
         { ctx.user().userId, key1, key2, data.at(1), data.at(0),
           toFlag(ctx.docId(), QStringLiteral("the public flag (docId)")) ? 1 : 0 });
 }

@@ -37,10 +37,11 @@ void storeTemporary(Context &ctx)
         ? 0
         : ctx.docIdNumber(QStringLiteral("the temporary classification"));
     if (id == 0) {
-        run(ctx.db,
-            QStringLiteral("INSERT INTO temp_classifications(owner_id, created) VALUES (?, ?)"),
-            { ctx.user().userId, nowText() });
-        id = scalar(ctx.db, QStringLiteral("SELECT last_insert_rowid()")).toLongLong();
+        id = scalar(ctx.db,
+                    QStringLiteral("INSERT INTO temp_classifications(owner_id, created)"
+                                   " VALUES (?, ?) RETURNING id"),
+                    { ctx.user().userId, nowText() })
+                 .toLongLong();
     } else {
         requireOwnTemporary(ctx, id);
     }
@@ -74,8 +75,9 @@ void applyTemporary(Context &ctx)
                            { temp });
     while (rights.next())
         run(ctx.db,
-            QStringLiteral("INSERT OR REPLACE INTO doc_rights(doc_id, principal, rights)"
-                           " VALUES (?, ?, ?)"),
+            QStringLiteral("INSERT INTO doc_rights(doc_id, principal, rights)"
+                           " VALUES (?, ?, ?) ON CONFLICT(doc_id, principal)"
+                           " DO UPDATE SET rights = excluded.rights"),
             { doc, rights.value(0), rights.value(1) });
     run(ctx.db, QStringLiteral("DELETE FROM temp_classifications WHERE id = ?"), { temp });
     ctx.setDocId(QString::number(doc));
@@ -223,11 +225,11 @@ void saveDeadlines(Context &ctx)
                                " text = ?, state = ? WHERE id = ?"),
                 values + QVariantList { id });
         } else {
-            run(ctx.db,
-                QStringLiteral("INSERT INTO deadlines(doc_id, due, assignee, text, state)"
-                               " VALUES (?, ?, ?, ?, ?)"),
-                values);
-            savedId = scalar(ctx.db, QStringLiteral("SELECT last_insert_rowid()")).toLongLong();
+            savedId = scalar(ctx.db,
+                             QStringLiteral("INSERT INTO deadlines(doc_id, due, assignee, text,"
+                                            " state) VALUES (?, ?, ?, ?, ?) RETURNING id"),
+                             values)
+                          .toLongLong();
         }
         addHistory(ctx, doc, QStringLiteral("deadline"),
                    QStringLiteral("%1 due %2 (%3)").arg(savedId).arg(due, state));

@@ -62,14 +62,14 @@ void EmbeddedTransportTest::everyConnectionHasItsOwnToken()
     TransportPtr transport(transportRoot()->createInstance());
     QVERIFY(!transport->isConnected());
     QCOMPARE(transport->getAuthToken(), QString());
-    QVERIFY(transport->connectToBroker(server.databasePath(), 0));
+    QVERIFY(transport->connectToBroker(server.database(), 0));
     QVERIFY(transport->isConnected());
     const QString first = transport->getAuthToken();
     QCOMPARE(first.size(), 64);
-    QVERIFY(transport->connectToBroker(server.databasePath(), 0));
+    QVERIFY(transport->connectToBroker(server.database(), 0));
     QVERIFY(transport->getAuthToken() != first);
     TransportPtr other(transportRoot()->createInstance());
-    QVERIFY(other->connectToBroker(server.databasePath(), 0));
+    QVERIFY(other->connectToBroker(server.database(), 0));
     QVERIFY(other->getAuthToken() != transport->getAuthToken());
     transport->disconnectFromBroker();
     QVERIFY(!transport->isConnected());
@@ -80,7 +80,7 @@ void EmbeddedTransportTest::exchangeGoesThroughTheWire()
 {
     TestServer server;
     TransportPtr transport(transportRoot()->createInstance());
-    QVERIFY(transport->connectToBroker(server.databasePath(), 0));
+    QVERIFY(transport->connectToBroker(server.database(), 0));
     nuvMQClassifyMessage login
         = request("CFLOGIN", QString(), { adminUser, adminPassword, "test" });
     login.localText = "never streamed";
@@ -133,7 +133,7 @@ void EmbeddedTransportTest::unsupportedSlots()
     QFETCH(QString, slot);
     TestServer server;
     TransportPtr transport(transportRoot()->createInstance());
-    QVERIFY(transport->connectToBroker(server.databasePath(), 0));
+    QVERIFY(transport->connectToBroker(server.database(), 0));
     QVERIFY(!call(transport.get()));
     QCOMPARE(transport->lastErrorText, slot + " is not supported by the embedded transport");
 }

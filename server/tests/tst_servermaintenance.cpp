@@ -59,7 +59,8 @@ void ServerMaintenanceTest::serverVersion()
     auto engine = server.engine();
     const nuvMQClassifyMessage reply = engine->handle(request("CFSERVERVERSION"), "t");
     QCOMPARE(reply.getDataList().value(0), QString("nuvclassify reference server"));
-    QVERIFY(reply.getDataList().value(2).startsWith("SQLite 3."));
+    QVERIFY(
+        reply.getDataList().value(2).startsWith(server.isPostgres() ? "PostgreSQL " : "SQLite 3."));
     QCOMPARE(reply.getDataList().value(3), QString("schema 1"));
 }
 
@@ -146,15 +147,17 @@ void ServerMaintenanceTest::backupHoldsTheSameRows()
     }
     QVERIFY2(admin->doBackup(), qPrintable(admin->errorString()));
     QVERIFY(admin->updateBackupConfig());
-    const QStringList backups = QDir(server.path("backups")).entryList({ "*.sqlite" }, QDir::Files);
+    const QStringList backups = QDir(server.path("backups")).entryList(QDir::Files);
+    QCOMPARE(backups.size(), 1);
+    QVERIFY(backups.first().endsWith(server.isPostgres() ? ".dump" : ".sqlite"));
     QCOMPARE(backups.size(), 1);
     // Later changes do not reach the copy.
     QString later;
     QVERIFY(admin->classify(later, { joined({ "title", "four" }) }));
 
     ClientPtr restored = server.unconnected();
-    QVERIFY2(restored->connectToNuvKESP(server.path("backups/" + backups.first()), 0, adminUser,
-                                        adminPassword),
+    QVERIFY2(restored->connectToNuvKESP(server.restore(server.path("backups/" + backups.first())),
+                                        0, adminUser, adminPassword),
              qPrintable(restored->errorString()));
     const QStringList copied = restored->getDocuments({});
     QCOMPARE(copied.size(), 3);

@@ -1,0 +1,297 @@
+#include "dialect.h"
+
+#include "sql.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QUrl>
+#include <QUrlQuery>
+
+namespace nuvserver {
+
+namespace {
+
+// The key of PostgreSQL's advisory lock that stands for SQLite's single
+// writer. Advisory locks belong to one database, so servers of different
+// databases on one PostgreSQL server never wait for each other.
+constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
+
+bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
+{
+    QSqlQuery query(db);
+    if (query.exec(sql))
+        return true;
+    if (error)
+        *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
+    return false;
+}
+
+QSqlDatabase openSqlite(const DatabaseLocation &location, const QString &connectionName,
+                        int busyTimeoutMs, QString *error)
+{
+    QDir().mkpath(QFileInfo(location.filePath).absolutePath());
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connectionName);
+    db.setDatabaseName(location.filePath);
+    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=%1").arg(busyTimeoutMs));
+    if (!db.open()) {
+        if (error)
+            *error = QStringLiteral("cannot open %1: %2")
+                         .arg(location.describe(), db.lastError().text());
+        return QSqlDatabase();
+    }
+    if (!execPlain(db, QStringLiteral("PRAGMA busy_timeout = %1").arg(busyTimeoutMs), error)
+        || !execPlain(db, QStringLiteral("PRAGMA foreign_keys = ON"), error))
+        return QSqlDatabase();
+    QSqlQuery journal(db);
+    if (!journal.exec(QStringLiteral("PRAGMA journal_mode = WAL")) || !journal.next()
+        || journal.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0) {
+        if (error)
+            *error = QStringLiteral("the database cannot use write-ahead logging");
+        return QSqlDatabase();
+    }
+    journal.finish();
+    execPlain(db, QStringLiteral("PRAGMA synchronous = NORMAL"), nullptr);
+    return db;
+}
+
+QSqlDatabase openPostgres(const DatabaseLocation &location, const QString &connectionName,
+                          int busyTimeoutMs, QString *error)
+{
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL"))) {
+        if (error)
+            *error = QStringLiteral("Qt's PostgreSQL driver (QPSQL) is not installed");
+        return QSqlDatabase();
+    }
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"), connectionName);
+    db.setHostName(location.host);
+    db.setPort(location.port);
+    db.setUserName(location.user);
+    db.setPassword(location.password);
+    db.setDatabaseName(location.name);
+    db.setConnectOptions(location.connectOptions);
+    if (!db.open()) {
+        if (error)
+            *error = QStringLiteral("cannot connect to %1: %2")
+                         .arg(location.describe(), db.lastError().text().trimmed());
+        return QSqlDatabase();
+    }
+    // The busy timeout bounds the wait for the write lock; notices about
+    // tables that exist already are not worth a log line.
+    if (!execPlain(db, QStringLiteral("SET lock_timeout = %1").arg(busyTimeoutMs), error)
+        || !execPlain(db, QStringLiteral("SET client_min_messages = warning"), error))
+        return QSqlDatabase();
+    return db;
+}
+
+} // namespace
+
+DatabaseLocation DatabaseLocation::parse(const QString &text, QString *error)
+{
+    DatabaseLocation location;
+    if (!text.startsWith(QLatin1String("postgresql://"))
+        && !text.startsWith(QLatin1String("postgres://"))) {
+        location.filePath = text;
+        if (text.isEmpty() && error)
+            *error = QStringLiteral("no database is configured");
+        return location;
+    }
+    location.backend = Backend::PostgreSQL;
+    const QUrl url(text, QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty()) {
+        if (error)
+            *error = QStringLiteral("'%1' is no valid postgresql:// URL")
+                         .arg(url.toString(QUrl::RemovePassword));
+        return location;
+    }
+    location.host = url.host();
+    location.port = url.port(5432);
+    location.user = url.userName(QUrl::FullyDecoded);
+    location.password = url.password(QUrl::FullyDecoded);
+    location.name = url.path(QUrl::FullyDecoded).mid(1);
+    if (location.name.isEmpty())
+        location.name = location.user;
+    QStringList options;
+    const auto items = QUrlQuery(url).queryItems(QUrl::FullyDecoded);
+    for (const auto &item : items)
+        options.append(item.first + QLatin1Char('=') + item.second);
+    location.connectOptions = options.join(QLatin1Char(';'));
+    return location;
+}
+
+QString DatabaseLocation::describe() const
+{
+    if (backend == Backend::SQLite)
+        return filePath;
+    return QStringLiteral("postgresql://%1@%2:%3/%4").arg(user, host).arg(port).arg(name);
+}
+
+bool isPostgres(const QSqlDatabase &db)
+{
+    return db.driverName() == QLatin1String("QPSQL");
+}
+
+QSqlDatabase openDatabase(const DatabaseLocation &location, const QString &connectionName,
+                          int busyTimeoutMs, QString *error)
+{
+    const int timeout = qMax(0, busyTimeoutMs);
+    QSqlDatabase db = location.backend == Backend::PostgreSQL
+        ? openPostgres(location, connectionName, timeout, error)
+        : openSqlite(location, connectionName, timeout, error);
+    if (!db.isValid() && QSqlDatabase::contains(connectionName))
+        QSqlDatabase::removeDatabase(connectionName);
+    return db;
+}
+
+bool beginWrite(QSqlDatabase &db)
+{
+    if (!isPostgres(db))
+        return execPlain(db, QStringLiteral("BEGIN IMMEDIATE"), nullptr);
+    if (!execPlain(db, QStringLiteral("BEGIN"), nullptr))
+        return false;
+    if (execPlain(db, QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(writeLockKey),
+                  nullptr))
+        return true;
+    execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
+    return false;
+}
+
+QString tableDefinition(const QSqlDatabase &db, const QString &sqliteDefinition)
+{
+    if (!isPostgres(db))
+        return sqliteDefinition;
+    QString sql = sqliteDefinition;
+    // Generated keys; the engine gives some of them (documents, tenants)
+    // explicitly, which an identity BY DEFAULT allows.
+    static const QRegularExpression generatedKey(
+        QStringLiteral("\\bINTEGER PRIMARY KEY( AUTOINCREMENT)?\\b"));
+    sql.replace(generatedKey,
+                QStringLiteral("BIGINT GENERATED BY DEFAULT AS IDENTITY PRIMARY KEY"));
+    // SQLite's integers have 64 bits.
+    static const QRegularExpression integer(QStringLiteral("\\bINTEGER\\b"));
+    sql.replace(integer, QStringLiteral("BIGINT"));
+    static const QRegularExpression blob(QStringLiteral("\\bBLOB\\b"));
+    sql.replace(blob, QStringLiteral("BYTEA"));
+    sql.remove(QStringLiteral(" WITHOUT ROWID"));
+    return sql;
+}
+
+int storedSchemaVersion(QSqlDatabase &db)
+{
+    if (!isPostgres(db))
+        return scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
+    // PostgreSQL has no place for it of its own: a one-row table, made when
+    // first asked for under the write lock, since two servers may start at once.
+    if (!exists(db,
+                QStringLiteral("SELECT 1 FROM information_schema.tables"
+                               " WHERE table_schema = current_schema()"
+                               " AND table_name = 'schema_version'"))) {
+        if (!beginWrite(db))
+            fail(QStringLiteral("the database is busy"));
+        try {
+            run(db,
+                QStringLiteral(
+                    "CREATE TABLE IF NOT EXISTS schema_version(version BIGINT NOT NULL)"));
+            if (!exists(db, QStringLiteral("SELECT 1 FROM schema_version")))
+                run(db, QStringLiteral("INSERT INTO schema_version(version) VALUES (0)"));
+        } catch (const Failure &) {
+            execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
+            throw;
+        }
+        if (!execPlain(db, QStringLiteral("COMMIT"), nullptr))
+            fail(QStringLiteral("the database refused to commit the schema version"));
+    }
+    return scalar(db, QStringLiteral("SELECT max(version) FROM schema_version")).toInt();
+}
+
+void storeSchemaVersion(const QSqlDatabase &db, int version)
+{
+    if (isPostgres(db))
+        run(db, QStringLiteral("UPDATE schema_version SET version = ?"), { version });
+    else
+        run(db, QStringLiteral("PRAGMA user_version = %1").arg(version));
+}
+
+QString commaJoined(const QSqlDatabase &db, const QString &column, const QString &fromWhere,
+                    const QString &orderBy)
+{
+    if (isPostgres(db))
+        return QStringLiteral("(SELECT string_agg(CAST(%1 AS TEXT), ',' ORDER BY %3) %2)")
+            .arg(column, fromWhere, orderBy);
+    // SQLite's group_concat takes the rows in the order the subquery gives them.
+    return QStringLiteral("(SELECT group_concat(%1, ',') FROM (SELECT %1 %2 ORDER BY %3))")
+        .arg(column, fromWhere, orderBy);
+}
+
+void writeBackup(const QSqlDatabase &db, const DatabaseLocation &location, const QString &path)
+{
+    if (!isPostgres(db)) {
+        run(db, QStringLiteral("VACUUM INTO ?"), { path });
+        return;
+    }
+    // A libpq connection string; the password goes through the environment,
+    // never onto a command line that other users can read.
+    const auto quoted = [](QString value) {
+        value.replace(QLatin1Char('\\'), QLatin1String("\\\\"))
+            .replace(QLatin1Char('\''), QLatin1String("\\'"));
+        return QLatin1Char('\'') + value + QLatin1Char('\'');
+    };
+    QStringList conninfo { QStringLiteral("host=") + quoted(location.host),
+                           QStringLiteral("port=%1").arg(location.port),
+                           QStringLiteral("user=") + quoted(location.user),
+                           QStringLiteral("dbname=") + quoted(location.name) };
+    const QStringList options = location.connectOptions.split(QLatin1Char(';'), Qt::SkipEmptyParts);
+    for (const QString &option : options)
+        conninfo.append(option.section(QLatin1Char('='), 0, 0) + QLatin1Char('=')
+                        + quoted(option.section(QLatin1Char('='), 1)));
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PGPASSWORD"), location.password);
+    QProcess dump;
+    dump.setProcessEnvironment(environment);
+    dump.start(QStringLiteral("pg_dump"),
+               { QStringLiteral("--format=custom"), QStringLiteral("--no-owner"),
+                 QStringLiteral("--file=") + path,
+                 QStringLiteral("--dbname=") + conninfo.join(QLatin1Char(' ')) });
+    if (!dump.waitForStarted(10000))
+        fail(QStringLiteral("pg_dump cannot be started: %1").arg(dump.errorString()));
+    // A large database takes as long as it takes; the caller waits for the
+    // reply with a time-out of its own.
+    dump.waitForFinished(-1);
+    if (dump.exitStatus() != QProcess::NormalExit || dump.exitCode() != 0) {
+        QFile::remove(path);
+        fail(QStringLiteral("pg_dump failed: %1")
+                 .arg(QString::fromLocal8Bit(dump.readAllStandardError()).trimmed()));
+    }
+}
+
+QString backupSuffix(const QSqlDatabase &db)
+{
+    return isPostgres(db) ? QStringLiteral(".dump") : QStringLiteral(".sqlite");
+}
+
+QString databaseProduct(const QSqlDatabase &db)
+{
+    if (isPostgres(db))
+        return QStringLiteral("PostgreSQL ")
+            + scalar(db, QStringLiteral("SHOW server_version")).toString();
+    return QStringLiteral("SQLite ")
+        + scalar(db, QStringLiteral("SELECT sqlite_version()")).toString();
+}
+
+bool isForeignKeyViolation(const QString &errorText)
+{
+    return errorText.contains(QLatin1String("FOREIGN KEY"))
+        || errorText.contains(QLatin1String("foreign key constraint"));
+}
+
+bool isUniqueViolation(const QString &errorText)
+{
+    return errorText.contains(QLatin1String("UNIQUE"))
+        || errorText.contains(QLatin1String("unique constraint"));
+}
+
+} // namespace nuvserver
