@@ -3,6 +3,7 @@
 #include "output.h"
 
 #ifdef NUV_CLI_HAVE_ENGINE
+#include "dialect.h"
 #include "serverengine.h"
 #endif
 
@@ -82,13 +83,19 @@ int runInit(const Options &options, Console &console)
         return usageError(console, error);
 
 #ifdef NUV_CLI_HAVE_ENGINE
-    const QFileInfo database(options.database);
-    if (!QDir().mkpath(database.absolutePath())) {
-        console.err << "nuvclassify: init: cannot create " << database.absolutePath() << '\n';
-        return ExitSetup;
+    QString database = options.database;
+    if (options.databaseIsFile()) {
+        const QFileInfo file(options.database);
+        if (!QDir().mkpath(file.absolutePath())) {
+            console.err << "nuvclassify: init: cannot create " << file.absolutePath() << '\n';
+            return ExitSetup;
+        }
+        database = file.absoluteFilePath();
     }
     const nuvserver::EngineOptions engineOptions
-        = nuvserver::EngineOptions::fromEnvironment(database.absoluteFilePath());
+        = nuvserver::EngineOptions::fromEnvironment(database);
+    // What the output names: a URL without its password.
+    const QString shown = nuvserver::DatabaseLocation::parse(database, nullptr).describe();
     const QString fullName = options.fullName.isEmpty() ? admin : options.fullName;
     if (!nuvserver::ServerEngine::initialiseDatabase(engineOptions, admin, password, fullName,
                                                      &error)) {
@@ -97,18 +104,16 @@ int runInit(const Options &options, Console &console)
         return ExitFailed;
     }
     if (options.json)
-        console.out << QJsonDocument(
-                           QJsonObject {
-                               { QStringLiteral("operation"), QStringLiteral("init") },
-                               { QStringLiteral("ok"), true },
-                               { QStringLiteral("database"), database.absoluteFilePath() },
-                               { QStringLiteral("admin"), admin },
-                           })
+        console.out << QJsonDocument(QJsonObject {
+                                         { QStringLiteral("operation"), QStringLiteral("init") },
+                                         { QStringLiteral("ok"), true },
+                                         { QStringLiteral("database"), shown },
+                                         { QStringLiteral("admin"), admin },
+                                     })
                            .toJson(QJsonDocument::Compact)
                     << '\n';
     else
-        console.out << "initialised " << database.absoluteFilePath() << " with the administrator "
-                    << admin << '\n';
+        console.out << "initialised " << shown << " with the administrator " << admin << '\n';
     console.out.flush();
     return ExitOk;
 #else

@@ -28,7 +28,8 @@ QList<QCommandLineOption> optionList()
         { QStringLiteral("plugin"), QStringLiteral("The classify plugin to load."),
           QStringLiteral("FILE") },
         { QStringLiteral("embedded"),
-          QStringLiteral("Work on this database file in-process (the default, with %1).")
+          QStringLiteral("Work on this database in-process: an SQLite file (the default, "
+                         "with %1) or a postgresql://USER@HOST:PORT/NAME URL.")
               .arg(defaultDatabase()),
           QStringLiteral("FILE") },
         { QStringLiteral("broker"),

@@ -19,7 +19,7 @@ struct Options
 {
     QString pluginFile; // the classify plugin to load
     TransportMode mode = TransportMode::Embedded;
-    QString database; // embedded: the database file
+    QString database; // embedded: the database file or a postgresql:// URL
     QString brokerHost; // broker: where the STOMP broker listens
     int brokerPort = 61613;
     QString transportDir; // where the transport plugin is loaded from
@@ -28,6 +28,9 @@ struct Options
     QString password; // from --password or NUV_PASSWORD
     bool hasPassword = false;
     QString archive; // selected after login when not empty
+
+    // Whether the embedded database is a file (not a database server's URL).
+    bool databaseIsFile() const { return !database.contains(QLatin1String("://")); }
     QString admin; // init: the first administrator
     QString fullName; // init: the administrator's full name
     QString scriptFile;

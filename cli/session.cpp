@@ -92,8 +92,8 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
     QString host;
     int port = 0;
     if (options.mode == TransportMode::Embedded) {
-        // The embedded transport opens the database file given as host.
-        if (!QFileInfo::exists(options.database))
+        // The embedded transport opens the database given as host.
+        if (options.databaseIsFile() && !QFileInfo::exists(options.database))
             return fail(record, ExitSetup,
                         QStringLiteral("no database at %1; create one with: nuvclassify init "
                                        "--embedded %1 --admin NAME")

@@ -2,10 +2,9 @@
 #define KESPTEST_H
 
 #include "brokerenv.h"
+#include "scratchdatabase.h"
 #include "serverengine.h"
 
-#include <QSqlDatabase>
-#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QVariant>
 
@@ -40,16 +39,17 @@ inline QString brokerAddress(const stomp::BrokerEnv &broker)
     return QStringLiteral("%1:%2").arg(broker.host()).arg(broker.stompPort());
 }
 
-// A new database in `dir` with the administrator; empty path on failure.
-inline QString makeDatabase(const QTemporaryDir &dir, QString *error)
+// A fresh database (kesp.db in `dir`, or one on the PostgreSQL server the
+// tests run against) with the administrator; empty location on failure.
+inline QString makeDatabase(const testdatabase::ScratchDatabase &scratch, QString *error)
 {
-    const QString path = dir.filePath(QStringLiteral("kesp.db"));
-    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(path);
+    nuvserver::EngineOptions options
+        = nuvserver::EngineOptions::fromEnvironment(scratch.location());
     options.pbkdf2Iterations = 1000; // logins are many here, and not what is tested
     if (!nuvserver::ServerEngine::initialiseDatabase(options, user, password,
                                                      QStringLiteral("Administrator"), error))
         return QString();
-    return path;
+    return scratch.location();
 }
 
 // Joins a thread when the scope ends, also when a failed check returns early.
@@ -66,19 +66,7 @@ struct JoinOnExit
 // One number from the database, read on a connection of the test's own.
 inline qint64 countRows(const QString &database, const QString &sql)
 {
-    qint64 result = -1;
-    {
-        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"),
-                                                    QStringLiteral("kesptest-count"));
-        db.setDatabaseName(database);
-        if (db.open()) {
-            QSqlQuery query(db);
-            if (query.exec(sql) && query.next())
-                result = query.value(0).toLongLong();
-        }
-    }
-    QSqlDatabase::removeDatabase(QStringLiteral("kesptest-count"));
-    return result;
+    return testdatabase::queryOnce(database, sql).toLongLong();
 }
 
 } // namespace kesptest

@@ -31,8 +31,9 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
     const QByteArray queue = qgetenv("NUV_STOMP_REQUEST_QUEUE");
     QTemporaryDir dir;
+    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
     QString error;
-    const QString database = kesptest::makeDatabase(dir, &error);
+    const QString database = kesptest::makeDatabase(scratch, &error);
     QVERIFY2(!database.isEmpty(), qPrintable(error));
     nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(database));
     QVERIFY2(engine.open(&error), qPrintable(error));
@@ -111,8 +112,9 @@ void KespRedelivery::callerGoneBeforeTheReply()
     const QString problem = kesptest::useBroker(broker, QStringLiteral("gone"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
     QTemporaryDir dir;
+    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
     QString error;
-    const QString database = kesptest::makeDatabase(dir, &error);
+    const QString database = kesptest::makeDatabase(scratch, &error);
     QVERIFY2(!database.isEmpty(), qPrintable(error));
     kesp::ServerProcess server(QStringLiteral("gone"), database, kesptest::brokerAddress(broker),
                                dir.filePath(QStringLiteral("server.log")));

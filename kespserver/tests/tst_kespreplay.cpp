@@ -34,6 +34,7 @@ private slots:
 
 private:
     std::unique_ptr<QTemporaryDir> dir;
+    std::unique_ptr<testdatabase::ScratchDatabase> scratch;
     std::unique_ptr<nuvserver::ServerEngine> engine;
     QString database;
 };
@@ -41,8 +42,10 @@ private:
 void KespReplay::init()
 {
     dir = std::make_unique<QTemporaryDir>();
+    scratch
+        = std::make_unique<testdatabase::ScratchDatabase>(dir->filePath(QStringLiteral("kesp.db")));
     QString error;
-    database = kesptest::makeDatabase(*dir, &error);
+    database = kesptest::makeDatabase(*scratch, &error);
     QVERIFY2(!database.isEmpty(), qPrintable(error));
     engine = std::make_unique<nuvserver::ServerEngine>(
         nuvserver::EngineOptions::fromEnvironment(database));
@@ -56,6 +59,7 @@ void KespReplay::init()
 void KespReplay::cleanup()
 {
     engine.reset();
+    scratch.reset();
     dir.reset();
 }
 

@@ -54,8 +54,9 @@ void KespRestart::serverReconnectsAfterBrokerRestart()
     const QString problem = kesptest::useBroker(broker, QStringLiteral("restart"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
     QTemporaryDir dir;
+    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
     QString error;
-    const QString database = kesptest::makeDatabase(dir, &error);
+    const QString database = kesptest::makeDatabase(scratch, &error);
     QVERIFY2(!database.isEmpty(), qPrintable(error));
     kesp::ServerProcess server(QStringLiteral("restart"), database, kesptest::brokerAddress(broker),
                                dir.filePath(QStringLiteral("server.log")),

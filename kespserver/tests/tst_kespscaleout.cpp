@@ -45,8 +45,9 @@ void KespScaleOut::burst()
     QFETCH(bool, killOne);
     QFETCH(int, prefetch);
     QTemporaryDir dir;
+    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
     QString error;
-    const QString database = kesptest::makeDatabase(dir, &error);
+    const QString database = kesptest::makeDatabase(scratch, &error);
     QVERIFY2(!database.isEmpty(), qPrintable(error));
     const QStringList arguments { QStringLiteral("--prefetch"), QString::number(prefetch) };
     kesp::ServerProcess first(QStringLiteral("first"), database, kesptest::brokerAddress(broker),

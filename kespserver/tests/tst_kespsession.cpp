@@ -27,6 +27,7 @@ private:
 
     stomp::BrokerEnv broker;
     QTemporaryDir dir;
+    testdatabase::ScratchDatabase scratch { dir.filePath(QStringLiteral("kesp.db")) };
     QString database;
     std::unique_ptr<kesp::ServerProcess> server;
 };
@@ -36,7 +37,7 @@ void KespSession::initTestCase()
     const QString problem = kesptest::useBroker(broker, QStringLiteral("session"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
     QString error;
-    database = kesptest::makeDatabase(dir, &error);
+    database = kesptest::makeDatabase(scratch, &error);
     QVERIFY2(!database.isEmpty(), qPrintable(error));
     server = std::make_unique<kesp::ServerProcess>(QStringLiteral("session"), database,
                                                    kesptest::brokerAddress(broker),

@@ -1,17 +1,9 @@
 #include "servertestsupport.h"
 
-#include "dialect.h"
 #include "testsupport.h"
 
-#include <QAtomicInt>
-#include <QCoreApplication>
-#include <QFile>
-#include <QProcess>
 #include <QProcessEnvironment>
-#include <QSqlError>
-#include <QSqlQuery>
 #include <QTest>
-#include <QUrl>
 
 namespace servertest {
 
@@ -28,143 +20,24 @@ QString embeddedTransportDir()
     return QStringLiteral(NUV_EMBEDDED_TRANSPORT_DIR);
 }
 
-namespace {
-
-// The server the tests make their databases on: NUV_TEST_POSTGRES_URL, or
-// the one that scripts/postgres runs in NUV_TEST_POSTGRES_DIR (CTest's
-// fixture); empty for SQLite.
-QString postgresServerUrl()
-{
-    static const QString url = [] {
-        const QString given = qEnvironmentVariable("NUV_TEST_POSTGRES_URL");
-        const QString dir = qEnvironmentVariable("NUV_TEST_POSTGRES_DIR");
-        if (!given.isEmpty() || dir.isEmpty())
-            return given;
-        QFile file(dir + QStringLiteral("/postgres.env"));
-        if (!file.open(QIODevice::ReadOnly))
-            qFatal("no PostgreSQL server in %s (start it with scripts/postgres start)",
-                   qPrintable(dir));
-        while (!file.atEnd()) {
-            const QString line = QString::fromUtf8(file.readLine()).trimmed();
-            if (line.startsWith(QLatin1String("NUV_PG_URL=")))
-                return line.mid(int(qstrlen("NUV_PG_URL=")));
-        }
-        qFatal("%s/postgres.env names no NUV_PG_URL", qPrintable(dir));
-    }();
-    return url;
-}
-
-// Runs one statement on a connection of its own to `database`.
-QVariant runOnce(const QString &database, const QString &sql, bool mustSucceed)
-{
-    static QAtomicInt counter;
-    const QString name = QStringLiteral("servertest-%1").arg(counter.fetchAndAddRelaxed(1));
-    QVariant result;
-    {
-        QString error;
-        QSqlDatabase db = nuvserver::openDatabase(
-            nuvserver::DatabaseLocation::parse(database, &error), name, 10000, &error);
-        if (!db.isValid())
-            qFatal("cannot open %s: %s", qPrintable(database), qPrintable(error));
-        QSqlQuery query(db);
-        if (!query.exec(sql)) {
-            if (mustSucceed)
-                qFatal("%s: %s", qPrintable(sql), qPrintable(query.lastError().text()));
-        } else if (query.next()) {
-            result = query.value(0);
-        }
-        query.finish();
-        db.close();
-    }
-    QSqlDatabase::removeDatabase(name);
-    return result;
-}
-
-} // namespace
-
-bool onPostgres()
-{
-    return !postgresServerUrl().isEmpty();
-}
-
 TestServer::TestServer()
 {
-    if (onPostgres()) {
-        databaseOption = createPostgresDatabase();
-        postgresDatabase = droppedAtEnd.last();
-    } else {
-        databaseOption = directory.filePath(QStringLiteral("server.sqlite"));
-    }
-
     const QStringList names = QProcessEnvironment::systemEnvironment().keys();
     for (const QString &name : names) {
         if (name.startsWith(QLatin1String("NUV_SERVER_")))
             qunsetenv(name.toLocal8Bit().constData());
     }
     qputenv("NUV_SERVER_PBKDF2_ITERATIONS", "1000");
-    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(databaseOption);
+    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(database());
     QString error;
     if (!nuvserver::ServerEngine::initialiseDatabase(options, adminUser, adminPassword,
                                                      QStringLiteral("Ada Admin"), &error))
         qFatal("cannot initialise the test database: %s", qPrintable(error));
 }
 
-TestServer::~TestServer()
-{
-    for (const QString &name : qAsConst(droppedAtEnd))
-        runOnce(postgresServerUrl(),
-                QStringLiteral("DROP DATABASE IF EXISTS %1 WITH (FORCE)").arg(name), false);
-}
-
-QString TestServer::createPostgresDatabase()
-{
-    // Named so that leftovers of an aborted run are recognisable.
-    static QAtomicInt counter;
-    const QString name = QStringLiteral("nuvtest_%1_%2")
-                             .arg(QCoreApplication::applicationPid())
-                             .arg(counter.fetchAndAddRelaxed(1));
-    runOnce(postgresServerUrl(), QStringLiteral("DROP DATABASE IF EXISTS %1").arg(name), true);
-    runOnce(postgresServerUrl(),
-            QStringLiteral("CREATE DATABASE %1 TEMPLATE template0 ENCODING 'UTF8'"
-                           " LC_COLLATE 'C' LC_CTYPE 'C'")
-                .arg(name),
-            true);
-    droppedAtEnd.append(name);
-    QUrl url(postgresServerUrl());
-    url.setPath(QLatin1Char('/') + name);
-    return url.toString();
-}
-
-QString TestServer::restore(const QString &backupFile)
-{
-    if (!isPostgres())
-        return backupFile;
-    const QString target = createPostgresDatabase();
-    const QUrl url(target);
-    QProcess restore;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("PGPASSWORD"), url.password());
-    restore.setProcessEnvironment(environment);
-    restore.start(QStringLiteral("pg_restore"),
-                  { QStringLiteral("--no-owner"), QStringLiteral("--exit-on-error"),
-                    QStringLiteral("--host=") + url.host(),
-                    QStringLiteral("--port=%1").arg(url.port(5432)),
-                    QStringLiteral("--username=") + url.userName(),
-                    QStringLiteral("--dbname=") + url.path().mid(1), backupFile });
-    if (!restore.waitForFinished(120000) || restore.exitCode() != 0)
-        qFatal("pg_restore of %s failed: %s", qPrintable(backupFile),
-               restore.readAllStandardError().constData());
-    return target;
-}
-
-bool TestServer::isPostgres() const
-{
-    return !postgresDatabase.isEmpty();
-}
-
 QVariant TestServer::inspect(const QString &sql) const
 {
-    return runOnce(databaseOption, sql, true);
+    return testdatabase::queryOnce(database(), sql);
 }
 
 QString TestServer::path(const QString &name) const

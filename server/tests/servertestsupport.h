@@ -3,6 +3,7 @@
 
 #include "classifyinterface.h"
 #include "nuvmqclassifymessage.h"
+#include "scratchdatabase.h"
 #include "serverengine.h"
 
 #include <QTemporaryDir>
@@ -15,11 +16,9 @@
  * transport as a host would, and requests sent to an engine directly for
  * what the client never sends.
  *
- * The database is an SQLite file in a temporary directory, or, when
- * NUV_TEST_POSTGRES_URL names a PostgreSQL server (a URL of a database the
- * account may create databases from) or NUV_TEST_POSTGRES_DIR the state
- * directory of scripts/postgres, a database of its own on that server,
- * dropped again at the end. CTest runs the suite both ways.
+ * The database is an SQLite file in a temporary directory or a database of
+ * its own on a PostgreSQL server (see scratchdatabase.h); CTest runs the
+ * suite both ways.
  */
 namespace servertest {
 
@@ -36,21 +35,18 @@ public:
     // Clears the NUV_SERVER_* environment but for a low PBKDF2 iteration
     // count, and creates the database with its administrator.
     TestServer();
-    ~TestServer();
-    TestServer(const TestServer &) = delete;
-    TestServer &operator=(const TestServer &) = delete;
 
     // The engine's database option: the SQLite file or the postgresql:// URL.
-    QString database() const { return databaseOption; }
-    bool isPostgres() const;
+    QString database() const { return scratch.location(); }
+    bool isPostgres() const { return scratch.isPostgres(); }
+    // A database restored from a backup file of this server, as a database
+    // option for engines and clients.
+    QString restore(const QString &backupFile) { return scratch.restore(backupFile); }
     QString path(const QString &name) const; // inside the temporary directory
 
     // Runs `sql` on a connection of its own and returns the first column of
     // the first row: for looking at (or tampering with) what the engine stored.
     QVariant inspect(const QString &sql) const;
-    // A database restored from a backup file of this server, as a database
-    // option for engines and clients.
-    QString restore(const QString &backupFile);
 
     // A client logged in with these credentials; null when the login fails
     // (then `error` holds the client's error text).
@@ -67,15 +63,8 @@ public:
 
 private:
     QTemporaryDir directory;
-    QString databaseOption;
-    QString createPostgresDatabase();
-
-    QString postgresDatabase; // the database made for this server
-    QStringList droppedAtEnd; // it and those restored from backups
+    testdatabase::ScratchDatabase scratch { directory.filePath(QStringLiteral("server.sqlite")) };
 };
-
-// Whether the tests run against PostgreSQL (NUV_TEST_POSTGRES_URL is set).
-bool onPostgres();
 
 // The embedded transport's directory.
 QString embeddedTransportDir();
