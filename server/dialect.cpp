@@ -21,16 +21,6 @@ namespace {
 // databases on one PostgreSQL server never wait for each other.
 constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
 
-bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
-{
-    QSqlQuery query(db);
-    if (query.exec(sql))
-        return true;
-    if (error)
-        *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
-    return false;
-}
-
 QSqlDatabase openSqlite(const DatabaseLocation &location, const QString &connectionName,
                         int busyTimeoutMs, QString *error)
 {

@@ -140,16 +140,6 @@ void seedVersion1(const QSqlDatabase &db)
     run(db, QStringLiteral("INSERT INTO archives(name, tenant_number) VALUES ('Default', 1)"));
 }
 
-bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
-{
-    QSqlQuery query(db);
-    if (query.exec(sql))
-        return true;
-    if (error)
-        *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
-    return false;
-}
-
 bool migrate(QSqlDatabase &db, int from, QString *error)
 {
     for (int version = from + 1; version <= schemaVersion; ++version) {

@@ -45,12 +45,6 @@ const QHash<QString, CommandEntry> &commandTable()
     return table;
 }
 
-bool plain(QSqlDatabase &db, const QString &sql)
-{
-    QSqlQuery query(db);
-    return query.exec(sql);
-}
-
 void setError(nuvMQClassifyMessage &reply, const QString &text)
 {
     reply.command = QStringLiteral("ERROR");
@@ -223,9 +217,9 @@ bool ServerEngine::open(QString *error)
                     createFirstAdministrator(db, engineOptions, engineOptions.initialAdminUser,
                                              engineOptions.initialAdminPassword,
                                              engineOptions.initialAdminUser);
-                plain(db, QStringLiteral("COMMIT"));
+                execPlain(db, QStringLiteral("COMMIT"));
             } catch (const Failure &failure) {
-                plain(db, QStringLiteral("ROLLBACK"));
+                execPlain(db, QStringLiteral("ROLLBACK"));
                 if (error)
                     *error
                         = QStringLiteral("cannot create the first administrator: ") + failure.text;
@@ -255,13 +249,13 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
         createFirstAdministrator(engine.db, plainOptions, adminUser, adminPassword, fullName);
         bumpChangeCounter(engine.db);
     } catch (const Failure &failure) {
-        plain(engine.db, QStringLiteral("ROLLBACK"));
+        execPlain(engine.db, QStringLiteral("ROLLBACK"));
         if (error)
             *error = failure.text;
         return false;
     }
-    if (!plain(engine.db, QStringLiteral("COMMIT"))) {
-        plain(engine.db, QStringLiteral("ROLLBACK"));
+    if (!execPlain(engine.db, QStringLiteral("COMMIT"))) {
+        execPlain(engine.db, QStringLiteral("ROLLBACK"));
         if (error)
             *error = QStringLiteral("the database refused to commit");
         return false;
@@ -343,7 +337,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
             }
         });
         if (stored) {
-            plain(db, QStringLiteral("COMMIT"));
+            execPlain(db, QStringLiteral("COMMIT"));
             if (replayed)
                 *replayed = true;
             return *stored;
@@ -398,8 +392,8 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
         addMarker();
         recorded = !guarded([&] { recordReply(requestKey, ctx.reply); });
     }
-    if (!recorded || !plain(db, keep ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
-        plain(db, QStringLiteral("ROLLBACK"));
+    if (!recorded || !execPlain(db, keep ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
+        execPlain(db, QStringLiteral("ROLLBACK"));
         ctx.reply = nuvMQClassifyMessage();
         setError(ctx.reply, word + QStringLiteral(": the database refused to commit the change"));
         return ctx.reply;
@@ -413,7 +407,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     addMarker();
     if (lateWork && !requestKey.isEmpty() && beginWrite(db)) {
         const bool stored = !guarded([&] { recordReply(requestKey, ctx.reply); });
-        plain(db, stored ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
+        execPlain(db, stored ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
     }
     return ctx.reply;
 }

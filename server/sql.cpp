@@ -30,6 +30,16 @@ void fail(const QString &text)
     throw Failure { text };
 }
 
+bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
+{
+    QSqlQuery query(db);
+    if (query.exec(sql))
+        return true;
+    if (error)
+        *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
+    return false;
+}
+
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
     QSqlQuery query(db);

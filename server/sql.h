@@ -26,6 +26,11 @@ struct Failure
 
 [[noreturn]] void fail(const QString &text);
 
+// Runs a statement without values that may fail without ending the command
+// (transaction control, connection set-up): false, and the reason in
+// `error`, when it fails.
+bool execPlain(QSqlDatabase &db, const QString &sql, QString *error = nullptr);
+
 // Prepares `sql`, binds `values` in order and executes it.
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
 // Rows inserted, updated or deleted through run() on this thread so far:
