@@ -28,7 +28,9 @@ inline QString useBroker(const stomp::BrokerEnv &broker, const QString &queue)
     if (!broker.ok())
         return broker.problem();
     broker.exportCredentials();
-    qputenv("NUV_STOMP_REQUEST_QUEUE", QByteArray("/queue/nuv.kesp.test.") + queue.toUtf8());
+    // The PostgreSQL run of a test may run beside its SQLite run.
+    const QString own = testdatabase::onPostgres() ? queue + QStringLiteral("-postgres") : queue;
+    qputenv("NUV_STOMP_REQUEST_QUEUE", QByteArray("/queue/nuv.kesp.test.") + own.toUtf8());
     // Quick failure detection in the restart test, and fewer idle wake-ups.
     qputenv("NUV_STOMP_HEARTBEAT_MS", "2000");
     return QString();
