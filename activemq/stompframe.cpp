@@ -1,5 +1,7 @@
 #include "stompframe.h"
 
+#include <cstring>
+
 namespace stomp {
 
 Frame &Frame::add(const QByteArray &name, const QByteArray &value)
@@ -26,44 +28,74 @@ QByteArray Frame::header(const QByteArray &name, const QByteArray &fallback) con
     return fallback;
 }
 
+namespace {
+
+// The escape sequence for a byte that STOMP 1.2 escapes in headers, or null.
+const char *escapeFor(char c)
+{
+    switch (c) {
+    case '\\':
+        return "\\\\";
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case ':':
+        return "\\c";
+    default:
+        return nullptr;
+    }
+}
+
+// Appends `raw` escaped to `out`. Every request carries a dozen headers and
+// hardly any of them needs an escape: runs without one go in as one piece,
+// not byte by byte.
+void appendEscaped(QByteArray &out, const QByteArray &raw)
+{
+    const char *data = raw.constData();
+    const int size = raw.size();
+    int runStart = 0;
+    for (int i = 0; i < size; ++i) {
+        const char *escaped = escapeFor(data[i]);
+        if (!escaped)
+            continue;
+        out.append(data + runStart, i - runStart);
+        out.append(escaped, 2);
+        runStart = i + 1;
+    }
+    out.append(data + runStart, size - runStart);
+}
+
+} // namespace
+
 QByteArray escapeHeader(const QByteArray &raw)
 {
     QByteArray out;
     out.reserve(raw.size());
-    for (const char c : raw) {
-        switch (c) {
-        case '\\':
-            out += "\\\\";
-            break;
-        case '\n':
-            out += "\\n";
-            break;
-        case '\r':
-            out += "\\r";
-            break;
-        case ':':
-            out += "\\c";
-            break;
-        default:
-            out += c;
-        }
-    }
+    appendEscaped(out, raw);
     return out;
 }
 
 bool unescapeHeader(const QByteArray &escaped, QByteArray *raw)
 {
+    const char *data = escaped.constData();
+    const int size = escaped.size();
+    const void *first = size > 0 ? std::memchr(data, '\\', size_t(size)) : nullptr;
+    if (!first) {
+        // The usual case, and no copy: the header shares the line's bytes.
+        *raw = escaped;
+        return true;
+    }
     QByteArray out;
-    out.reserve(escaped.size());
-    for (int i = 0; i < escaped.size(); ++i) {
-        const char c = escaped.at(i);
-        if (c != '\\') {
-            out += c;
+    out.reserve(size);
+    int runStart = 0;
+    for (int i = int(static_cast<const char *>(first) - data); i < size; ++i) {
+        if (data[i] != '\\')
             continue;
-        }
-        if (++i == escaped.size())
+        out.append(data + runStart, i - runStart);
+        if (++i == size)
             return false;
-        switch (escaped.at(i)) {
+        switch (data[i]) {
         case '\\':
             out += '\\';
             break;
@@ -79,7 +111,9 @@ bool unescapeHeader(const QByteArray &escaped, QByteArray *raw)
         default:
             return false;
         }
+        runStart = i + 1;
     }
+    out.append(data + runStart, size - runStart);
     *raw = out;
     return true;
 }
@@ -92,16 +126,25 @@ bool usesHeaderEscapes(const QByteArray &command)
 QByteArray encodeHead(const Frame &frame)
 {
     const bool escape = usesHeaderEscapes(frame.command);
+    int size = frame.command.size() + 32;
+    for (const auto &header : frame.headers)
+        size += header.first.size() + header.second.size() + 2;
     QByteArray head;
-    head.reserve(64 + frame.headers.size() * 48);
+    head.reserve(size + size / 8); // room for a few escapes
     head += frame.command;
     head += '\n';
     for (const auto &header : frame.headers) {
         if (header.first == "content-length")
             continue;
-        head += escape ? escapeHeader(header.first) : header.first;
-        head += ':';
-        head += escape ? escapeHeader(header.second) : header.second;
+        if (escape) {
+            appendEscaped(head, header.first);
+            head += ':';
+            appendEscaped(head, header.second);
+        } else {
+            head += header.first;
+            head += ':';
+            head += header.second;
+        }
         head += '\n';
     }
     if (!frame.body.isEmpty()) {

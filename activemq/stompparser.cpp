@@ -113,22 +113,23 @@ Parser::Result Parser::readHead()
         int lineEnd = end;
         if (lineEnd > lineStart && data[lineEnd - 1] == '\r')
             --lineEnd;
-        const QByteArray line(data + lineStart, lineEnd - lineStart);
+        const char *line = data + lineStart;
+        const int lineSize = lineEnd - lineStart;
         lineStart = end + 1;
 
         if (current.command.isEmpty()) {
-            if (line.isEmpty() || line.size() > maxCommandLength)
+            if (lineSize == 0 || lineSize > maxCommandLength)
                 return fail(QStringLiteral("a frame has no valid command line"));
-            for (const char c : line) {
-                if (!isCommandByte(c))
+            for (int i = 0; i < lineSize; ++i) {
+                if (!isCommandByte(line[i]))
                     return fail(QStringLiteral("a frame's command is not an upper-case word"));
             }
-            current.command = line;
+            current.command = QByteArray(line, lineSize);
             continue;
         }
-        if (line.isEmpty())
+        if (lineSize == 0)
             break;
-        if (!takeHeaderLine(line))
+        if (!takeHeaderLine(line, lineSize))
             return Result::Error;
     }
 
@@ -152,19 +153,22 @@ Parser::Result Parser::readHead()
     return Result::Frame;
 }
 
-bool Parser::takeHeaderLine(const QByteArray &line)
+bool Parser::takeHeaderLine(const char *line, int size)
 {
     if (current.headers.size() >= limits.maxHeaders) {
         fail(QStringLiteral("a frame has more than %1 headers").arg(limits.maxHeaders));
         return false;
     }
-    const int colon = line.indexOf(':');
-    if (colon < 0) {
+    const void *found = std::memchr(line, ':', size_t(size));
+    if (!found) {
         fail(QStringLiteral("a header line has no colon"));
         return false;
     }
-    QByteArray name = line.left(colon);
-    QByteArray value = line.mid(colon + 1);
+    // Name and value straight from the buffer: two allocations per header
+    // rather than three, on every frame that arrives.
+    const int colon = int(static_cast<const char *>(found) - line);
+    QByteArray name(line, colon);
+    QByteArray value(line + colon + 1, size - colon - 1);
     if (usesHeaderEscapes(current.command)) {
         if (!unescapeHeader(name, &name) || !unescapeHeader(value, &value)) {
             fail(QStringLiteral("a header uses an undefined escape sequence"));

@@ -56,7 +56,7 @@ private:
     Result fail(const QString &why);
     Result skipHeartBeats();
     Result readHead();
-    bool takeHeaderLine(const QByteArray &line);
+    bool takeHeaderLine(const char *line, int size);
     Result readBody(Frame *frame);
     void resetFrame();
 
