@@ -290,11 +290,10 @@ bool ActiveMqTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
     if (!now.session->beginCall(correlationId, receiptId, &why))
         return fail(QStringLiteral("Cannot send \"%1\": %2").arg(command, why));
     const QDeadlineTimer deadline(timeoutSeconds * 1000);
-    stomp::Connection *io = connection;
-    const std::shared_ptr<Session> target_session = now.session;
-    const QByteArray body = frame.body;
+    connection->submit(now.session, head, frame.body);
+    // Written or queued: holding the body through the wait would only keep
+    // a large request in memory.
     frame.body.clear();
-    post([io, target_session, head, body] { io->send(target_session, head, body); });
 
     Frame answer;
     switch (now.session->awaitCall(correlationId, deadline, &answer, &why)) {

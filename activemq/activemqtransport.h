@@ -23,10 +23,12 @@ class Connection;
  *
  * The socket lives on an I/O thread that each transport object starts at
  * its first connect and stops when it is deleted. Calling threads never run
- * an event loop: they hand encoded frames to the I/O thread and block on a
- * wait condition until the reply, a receipt, a time-out or the loss of the
- * connection. sendSyncMessage may be called from several threads at once;
- * replies find their caller by correlation id.
+ * an event loop: they write their encoded frames to a plain TCP socket
+ * themselves when nothing else is queued for it (else hand them to the I/O
+ * thread) and block on a wait condition until the I/O thread delivers the
+ * reply, a receipt, a time-out or the loss of the connection.
+ * sendSyncMessage may be called from several threads at once; replies find
+ * their caller by correlation id.
  *
  * `lastErrorText` is written under a lock, but the interface lets callers
  * read it without one: a caller that shares one object between threads

@@ -18,11 +18,7 @@ bool ActiveMqTransport::sendWithReceipt(const Current &now, Frame frame, QString
     if (!now.session->beginReceipt(receiptId, error))
         return false;
     frame.add("receipt", receiptId);
-    const QByteArray head = stomp::encodeHead(frame);
-    const QByteArray body = frame.body;
-    stomp::Connection *io = connection;
-    const std::shared_ptr<Session> target = now.session;
-    post([io, target, head, body] { io->send(target, head, body); });
+    connection->submit(now.session, stomp::encodeHead(frame), frame.body);
     switch (now.session->awaitReceipt(receiptId, QDeadlineTimer(now.settings.connectTimeoutMs),
                                       error)) {
     case Session::Outcome::Done:

@@ -1,8 +1,17 @@
 #include "stompconnection.h"
 
+#include "tsansync.h"
+
 #include <QSslConfiguration>
 #include <QSslSocket>
 #include <QTcpSocket>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcStomp, "nuv.activemq", QtInfoMsg)
 
@@ -102,7 +111,14 @@ void Connection::open(const std::shared_ptr<Session> &next, const BrokerSettings
     connect(socket, &QTcpSocket::readyRead, this, &Connection::onReadyRead);
     connect(socket, &QTcpSocket::errorOccurred, this, &Connection::onSocketError);
     connect(socket, &QTcpSocket::disconnected, this, &Connection::onDisconnected);
-    connect(socket, &QTcpSocket::bytesWritten, this, [this] { lastWrite.restart(); });
+    connect(socket, &QTcpSocket::bytesWritten, this, [this] {
+        lastWrite.restart();
+        if (socket && socket->bytesToWrite() == 0) {
+            stomp::SyncLocker locker(&writeLock);
+            if (pending.isEmpty())
+                socketBuffered = false;
+        }
+    });
 
     qCDebug(lcStomp) << "connecting to" << address.label();
     if (address.tls)
@@ -111,15 +127,125 @@ void Connection::open(const std::shared_ptr<Session> &next, const BrokerSettings
         socket->connectToHost(address.host, address.port);
 }
 
+void Connection::post(std::function<void()> work)
+{
+    QMetaObject::invokeMethod(
+        this,
+        [work = std::move(work), handoff = stomp::SyncHandoff()] {
+            handoff.received();
+            work();
+            handoff.finished();
+        },
+        Qt::QueuedConnection);
+}
+
+bool Connection::directWritable(const Session *target) const
+{
+    return directDescriptor >= 0 && directSession == target && postedSends == 0 && !socketBuffered
+        && pending.isEmpty();
+}
+
+void Connection::submit(const std::shared_ptr<Session> &target, const QByteArray &head,
+                        const QByteArray &body)
+{
+    stomp::SyncLocker locker(&writeLock);
+    if (directWritable(target.get())) {
+        writeDirect(head, body, target);
+        return;
+    }
+    ++postedSends;
+    post([this, target, head, body] { send(target, head, body); });
+}
+
+void Connection::writeDirect(const QByteArray &head, const QByteArray &body,
+                             const std::shared_ptr<Session> &target)
+{
+    static const char nul = '\0';
+    const std::pair<const char *, qint64> parts[3]
+        = { { head.constData(), head.size() }, { body.constData(), body.size() }, { &nul, 1 } };
+    const qint64 total = head.size() + body.size() + 1;
+    qint64 done = 0;
+    int error = 0;
+    while (done < total) {
+        iovec vectors[3];
+        int count = 0;
+        qint64 skip = done;
+        for (const auto &[data, size] : parts) {
+            if (skip >= size) {
+                skip -= size;
+                continue;
+            }
+            vectors[count].iov_base = const_cast<char *>(data + skip);
+            vectors[count].iov_len = size_t(size - skip);
+            ++count;
+            skip = 0;
+        }
+        msghdr message {};
+        message.msg_iov = vectors;
+        message.msg_iovlen = size_t(count);
+        const ssize_t written = ::sendmsg(directDescriptor, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (written >= 0) {
+            done += written;
+        } else if (errno != EINTR) {
+            error = errno;
+            break;
+        }
+    }
+    if (done == total)
+        return;
+    if (error != EAGAIN && error != EWOULDBLOCK) {
+        // The stream may end in half a frame now: nothing more goes on it,
+        // and the I/O thread ends the session.
+        closeDirect();
+        const QString text = QString::fromLocal8Bit(std::strerror(error));
+        post([this, target, text] {
+            if (target == session && socket)
+                end(lostText(QStringLiteral("writing to the socket failed (%1)").arg(text)));
+        });
+        return;
+    }
+    // The socket's buffer is full: the I/O thread writes the rest as the
+    // broker reads, before anything else.
+    for (const auto &[data, size] : parts) {
+        if (done >= size) {
+            done -= size;
+            continue;
+        }
+        pending.append(data + done, int(size - done));
+        done = 0;
+    }
+    post([this] { flushPending(); });
+}
+
+void Connection::closeDirect()
+{
+    if (directDescriptor >= 0)
+        ::close(directDescriptor);
+    directDescriptor = -1;
+}
+
+void Connection::flushPending()
+{
+    stomp::SyncLocker locker(&writeLock);
+    if (!socket || pending.isEmpty())
+        return;
+    socket->write(pending);
+    pending.clear();
+    socketBuffered = true;
+    lastWrite.restart();
+}
+
 void Connection::send(const std::shared_ptr<Session> &target, const QByteArray &head,
                       const QByteArray &body)
 {
+    stomp::SyncLocker locker(&writeLock);
+    --postedSends;
     if (target != session || !socket || stage != Stage::Open)
         return;
-    write(head);
+    writeLocked(head);
     if (!body.isEmpty())
-        write(body);
-    write(QByteArray(1, '\0'));
+        writeLocked(body);
+    writeLocked(QByteArray(1, '\0'));
 }
 
 void Connection::beginClose(const std::shared_ptr<Session> &target,
@@ -128,7 +254,10 @@ void Connection::beginClose(const std::shared_ptr<Session> &target,
     if (target != session || !socket || stage != Stage::Open)
         return;
     session->closing();
-    write(disconnectFrame);
+    stomp::SyncLocker locker(&writeLock);
+    // Whatever is still submitted follows the DISCONNECT through this thread.
+    closeDirect();
+    writeLocked(disconnectFrame);
 }
 
 void Connection::finish(const std::shared_ptr<Session> &target, const QString &reason)
@@ -162,7 +291,15 @@ void Connection::onReadyRead()
     if (!socket)
         return;
     lastRead.restart();
-    parser.feed(socket->readAll());
+    // Straight into the parser: readAll() would allocate a buffer of its
+    // own for every read, grow it and copy it once more.
+    char chunk[16384];
+    for (;;) {
+        const qint64 got = socket->read(chunk, sizeof chunk);
+        if (got <= 0)
+            break;
+        parser.feed(chunk, int(got));
+    }
     Frame frame;
     // A handled frame may end the session and drop the socket.
     while (socket) {
@@ -220,6 +357,16 @@ void Connection::handleHandshake(const Frame &frame)
         && frame.header("receipt-id") == subscribeReceipt) {
         stage = Stage::Open;
         qCDebug(lcStomp) << "connected to" << label;
+        if (!session->address.tls) {
+            // TLS records come from QSslSocket alone; a plain socket takes
+            // frames from the calling threads.
+            // A descriptor of our own: QTcpSocket closes its one on an error
+            // before we hear of it, and a caller must never write to a
+            // number that the process may have reused by then.
+            stomp::SyncLocker locker(&writeLock);
+            directDescriptor = ::fcntl(int(socket->socketDescriptor()), F_DUPFD_CLOEXEC, 0);
+            directSession = session.get();
+        }
         session->opened();
         return;
     }
@@ -345,6 +492,13 @@ void Connection::dropSocket()
     receiveTimer->stop();
     if (!socket)
         return;
+    {
+        stomp::SyncLocker locker(&writeLock);
+        closeDirect();
+        directSession = nullptr;
+        socketBuffered = false;
+        pending.clear();
+    }
     QTcpSocket *gone = socket;
     socket = nullptr;
     gone->disconnect(this);
@@ -354,7 +508,19 @@ void Connection::dropSocket()
 
 void Connection::write(const QByteArray &bytes)
 {
+    stomp::SyncLocker locker(&writeLock);
+    writeLocked(bytes);
+}
+
+void Connection::writeLocked(const QByteArray &bytes)
+{
+    // The rest of a caller's frame goes first.
+    if (!pending.isEmpty()) {
+        socket->write(pending);
+        pending.clear();
+    }
     socket->write(bytes);
+    socketBuffered = true;
     lastWrite.restart();
 }
 

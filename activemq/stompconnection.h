@@ -8,6 +8,7 @@
 #include <QAbstractSocket>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
+#include <QMutex>
 #include <QObject>
 #include <QTimer>
 
@@ -29,11 +30,11 @@ extern const QByteArray replyDestination;
 extern const QByteArray replySubscription;
 
 /*
- * The socket side of a transport: lives on the transport's I/O thread and
- * is only ever called there (callers post to it). It opens the socket, runs
- * the handshake (CONNECT, CONNECTED, SUBSCRIBE to the reply destination and
- * its RECEIPT), keeps heart-beats going both ways, and routes every frame
- * that arrives into the current Session.
+ * The socket side of a transport: lives on the transport's I/O thread and,
+ * but for submit(), is only ever called there (callers post to it). It
+ * opens the socket, runs the handshake (CONNECT, CONNECTED, SUBSCRIBE to
+ * the reply destination and its RECEIPT), keeps heart-beats going both ways,
+ * and routes every frame that arrives into the current Session.
  *
  * One object serves the transport's whole life; each connect brings a new
  * Session, and work posted for an older one is ignored.
@@ -52,9 +53,14 @@ public:
 
     void open(const std::shared_ptr<Session> &session, const BrokerSettings &settings,
               const QByteArray &clientId);
-    // Writes an encoded frame: head (with the blank line), body, NUL.
-    void send(const std::shared_ptr<Session> &session, const QByteArray &head,
-              const QByteArray &body);
+    // Any thread: writes an encoded frame, head (with the blank line), body
+    // and NUL. On an open plain TCP connection whose earlier bytes have all
+    // reached the kernel, the calling thread writes it to the socket itself:
+    // a hand-over to the I/O thread costs a thread wake-up and an event-loop
+    // turn per request. Otherwise the frame queues behind those bytes on the
+    // I/O thread.
+    void submit(const std::shared_ptr<Session> &session, const QByteArray &head,
+                const QByteArray &body);
     // Marks the session as closing (so the broker's hang-up is no loss) and
     // writes the DISCONNECT frame.
     void beginClose(const std::shared_ptr<Session> &session, const QByteArray &disconnectFrame);
@@ -64,6 +70,19 @@ public:
 private:
     enum class Stage { Idle, TcpConnecting, AwaitConnected, AwaitSubscribed, Open };
 
+    void send(const std::shared_ptr<Session> &session, const QByteArray &head,
+              const QByteArray &body);
+    // Runs `work` on the I/O thread, in the order posted.
+    void post(std::function<void()> work);
+    // Whether the calling thread may write to the socket now; writeLock held.
+    bool directWritable(const Session *target) const;
+    // Writes as much of the frame as the socket takes without blocking and
+    // leaves the rest in `pending`; writeLock held.
+    void writeDirect(const QByteArray &head, const QByteArray &body,
+                     const std::shared_ptr<Session> &target);
+    void flushPending();
+    // Callers write to the socket no more; writeLock held.
+    void closeDirect();
     void sendConnect();
     void onReadyRead();
     void handle(const Frame &frame);
@@ -79,6 +98,8 @@ private:
     void end(const QString &reason);
     void dropSocket();
     void write(const QByteArray &bytes);
+    // write() with writeLock already held.
+    void writeLocked(const QByteArray &bytes);
     QString brokerRefusal(const Frame &error) const;
     QString lostText(const QString &what) const;
 
@@ -96,6 +117,19 @@ private:
     QString lastBrokerError;
     int sendEveryMs = 0;
     int expectEveryMs = 0;
+
+    // Shared with the calling threads that submit frames. Every byte goes
+    // to the socket under this lock, so frames never interleave, and a
+    // caller writes only when nothing written earlier still waits in the
+    // QTcpSocket's buffer, in `pending` or in a posted send.
+    mutable QMutex writeLock;
+    // A duplicate of the socket's descriptor; -1 while callers must post
+    // (TLS, not open, closing).
+    int directDescriptor = -1;
+    const Session *directSession = nullptr;
+    int postedSends = 0;
+    bool socketBuffered = false; // the QTcpSocket holds bytes not yet written
+    QByteArray pending; // the part of a frame that a caller could not write at once
 };
 
 } // namespace stomp

@@ -31,6 +31,7 @@ private slots:
     void requestHeaders();
     void oneReplyQueuePerConnection();
     void concurrentCallersGetTheirOwnReplies();
+    void largeAndSmallRequestsFromSeveralThreadsStayWhole();
     void timeOutWithoutResponder();
     void lateReplyIsDroppedAndCounted();
     void expiredRequestDiesOnTheBroker();
@@ -215,6 +216,47 @@ void BrokerExchangeTest::concurrentCallersGetTheirOwnReplies()
     QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
     QVERIFY2(slow.answered() > 0, "the second server answered nothing");
     QCOMPARE(transport->property("droppedReplies").toLongLong(), droppedBefore);
+}
+
+void BrokerExchangeTest::largeAndSmallRequestsFromSeveralThreadsStayWhole()
+{
+    // A large request fills the socket's buffer, so part of it waits for the
+    // I/O thread while the other thread goes on submitting small requests:
+    // every frame must still reach the broker whole and in one piece.
+    QByteArray large(6 * 1024 * 1024, '\0');
+    for (int i = 0; i < large.size(); ++i)
+        large[i] = char((quint32(i) * 2246822519u) >> 24);
+    auto largeCaller = [this, &large] {
+        QStringList problems;
+        for (int i = 0; i < 4; ++i) {
+            const QString name = QStringLiteral("large-%1").arg(i);
+            const CallResult result
+                = call(transport.get(), command(name, { name }, { large }), 120);
+            if (!result.ok)
+                problems << name + QStringLiteral(": ") + result.error;
+            else if (result.reply.command != QStringLiteral("ECHO ") + name
+                     || result.reply.getData() != QList<QByteArray> { large })
+                problems << name + QStringLiteral(" came back different");
+        }
+        return problems;
+    };
+    auto smallCaller = [this] {
+        QStringList problems;
+        for (int i = 0; i < 60; ++i) {
+            const QString name = QStringLiteral("small-%1").arg(i);
+            const CallResult result = call(transport.get(), command(name, { name }));
+            if (!result.ok)
+                problems << name + QStringLiteral(": ") + result.error;
+            else if (result.reply.command != QStringLiteral("ECHO ") + name)
+                problems << name + QStringLiteral(" got ") + result.reply.command;
+        }
+        return problems;
+    };
+    std::future<QStringList> first = std::async(std::launch::async, largeCaller);
+    std::future<QStringList> second = std::async(std::launch::async, smallCaller);
+    const QStringList problems = first.get() + second.get();
+    QVERIFY2(problems.isEmpty(), qPrintable(problems.join(QLatin1Char('\n'))));
+    QVERIFY(transport->isConnected());
 }
 
 void BrokerExchangeTest::timeOutWithoutResponder()
