@@ -120,14 +120,19 @@ Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTi
 
 bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
 {
-    stomp::SyncLocker locker(&mutex);
-    auto slot = calls.find(correlationId);
-    if (slot == calls.end() || slot->state != Outcome::TimedOut) {
-        ++dropped;
-        return false;
+    {
+        stomp::SyncLocker locker(&mutex);
+        auto slot = calls.find(correlationId);
+        if (slot == calls.end() || slot->state != Outcome::TimedOut) {
+            ++dropped;
+            return false;
+        }
+        slot->state = Outcome::Done;
+        slot->frame = reply;
     }
-    slot->state = Outcome::Done;
-    slot->frame = reply;
+    // Woken inside the lock, the caller would at once block on it again and
+    // need a second wake-up; a waiter checks its slot under the lock, so the
+    // wake-up cannot get lost in between.
     changed.wakeAll();
     return true;
 }
@@ -168,16 +173,18 @@ Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTim
 
 void Session::receiptArrived(const QByteArray &receiptId)
 {
-    stomp::SyncLocker locker(&mutex);
-    // A call's receipt only says the broker took the request; the call
-    // goes on waiting for its reply.
-    if (callReceipts.remove(receiptId) > 0)
-        return;
-    auto slot = receipts.find(receiptId);
-    if (slot != receipts.end() && slot->state == Outcome::TimedOut) {
+    {
+        stomp::SyncLocker locker(&mutex);
+        // A call's receipt only says the broker took the request; the call
+        // goes on waiting for its reply.
+        if (callReceipts.remove(receiptId) > 0)
+            return;
+        auto slot = receipts.find(receiptId);
+        if (slot == receipts.end() || slot->state != Outcome::TimedOut)
+            return;
         slot->state = Outcome::Done;
-        changed.wakeAll();
     }
+    changed.wakeAll(); // outside the lock, as in deliverReply()
 }
 
 bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
