@@ -7,7 +7,9 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSqlDriver>
 #include <QSqlError>
+#include <QSqlField>
 #include <QSqlQuery>
 #include <QUrl>
 #include <QUrlQuery>
@@ -148,6 +150,49 @@ bool beginWrite(QSqlDatabase &db)
         return true;
     execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
     return false;
+}
+
+QString withLiterals(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
+{
+    const auto literal = [&db](const QVariant &value) {
+        if (value.isNull() && value.userType() != QMetaType::QString)
+            return QStringLiteral("NULL");
+        if (value.userType() == QMetaType::QByteArray) {
+            QSqlField field(QString(), QVariant::ByteArray);
+            field.setValue(value);
+            return db.driver()->formatValue(field);
+        }
+        // The driver escapes quotes (and backslashes where the server
+        // reads them as escapes).
+        QString text = value.userType() == QMetaType::Bool ? QString::number(value.toBool() ? 1 : 0)
+                                                           : value.toString();
+        if (text.isNull())
+            text = QLatin1String(""); // text like any other, not NULL
+        QSqlField field(QString(), QVariant::String);
+        field.setValue(text);
+        return db.driver()->formatValue(field);
+    };
+    QString out;
+    out.reserve(sql.size() + values.size() * 16);
+    int next = 0;
+    QChar quote;
+    for (const QChar c : sql) {
+        if (!quote.isNull()) {
+            if (c == quote)
+                quote = QChar();
+        } else if (c == QLatin1Char('\'') || c == QLatin1Char('"')) {
+            quote = c;
+        } else if (c == QLatin1Char('?')) {
+            if (next >= values.size())
+                fail(QStringLiteral("database error: more placeholders than values"));
+            out += literal(values.at(next++));
+            continue;
+        }
+        out += c;
+    }
+    if (next != values.size())
+        fail(QStringLiteral("database error: more values than placeholders"));
+    return out;
 }
 
 QString tableDefinition(const QSqlDatabase &db, const QString &sqliteDefinition)

@@ -3,6 +3,7 @@
 
 #include <QSqlDatabase>
 #include <QString>
+#include <QVariantList>
 
 /*
  * The two databases the engine runs on. SQLite keeps everything in one file
@@ -47,6 +48,14 @@ QSqlDatabase openDatabase(const DatabaseLocation &location, const QString &conne
 // on both databases, so every command sees a consistent state and never
 // has to retry.
 bool beginWrite(QSqlDatabase &db);
+
+// `sql` with each `?` outside quotes replaced by the next of `values` as a
+// literal. For PostgreSQL: Qt's driver would PREPARE, EXECUTE and
+// DEALLOCATE every statement, three round trips where one does. Values go
+// in as quoted literals, which take their type from where they stand, as
+// the parameters of a prepared statement do; a null QString is '', an
+// invalid QVariant NULL, a QByteArray a bytea literal.
+QString withLiterals(const QSqlDatabase &db, const QString &sql, const QVariantList &values);
 
 // A table or index definition written for SQLite, in the database's own
 // dialect (64-bit integers, generated keys, byte arrays).

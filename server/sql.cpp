@@ -47,10 +47,10 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     // is left when the connection runs the next statement; the commands
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
-    // A statement without values runs as it is: PostgreSQL prepares no
-    // table definitions, and it saves the round trips of preparing.
     bool done = false;
-    if (values.isEmpty()) {
+    if (isPostgres(db)) {
+        done = query.exec(withLiterals(db, sql, values));
+    } else if (values.isEmpty()) {
         done = query.exec(sql);
     } else {
         if (!query.prepare(sql))

@@ -14,6 +14,8 @@ class ServerClipboardsTest : public QObject
 
 private Q_SLOTS:
     void clipboardsAndCards();
+    void textIsStoredAsItCame_data();
+    void textIsStoredAsItCame();
     void clipboardsAreSharedThroughRoles();
     void cardErrors_data();
     void cardErrors();
@@ -26,6 +28,40 @@ private Q_SLOTS:
     void userDataStore();
     void publicUserData();
 };
+
+void ServerClipboardsTest::textIsStoredAsItCame_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("quote") << "O'Brien";
+    QTest::newRow("statement in a name") << "x'); DROP TABLE users; --";
+    QTest::newRow("backslashes") << "back\\slash\\' and \\x00";
+    QTest::newRow("placeholder") << "what? and ?";
+    QTest::newRow("double quotes") << "say \"hi\"";
+    QTest::newRow("non-Latin") << QString::fromUtf8(
+        "Gr\xc3\xbc\xc3\x9f\x65 \xe6\x97\xa5\xe6\x9c\xac");
+}
+
+// Whatever a name or a card text holds, it is data: it comes back as it went
+// in, on either database, and every statement after it still works.
+void ServerClipboardsTest::textIsStoredAsItCame()
+{
+    QFETCH(QString, text);
+    TestServer server;
+    ClientPtr admin = server.admin();
+    const QString clipboard = admin->addClipboard(text);
+    QVERIFY2(!clipboard.isEmpty(), qPrintable(admin->errorString()));
+    QVERIFY2(admin->addClipboardCard(clipboard, "1", text), qPrintable(admin->errorString()));
+    Clipboards clipboards;
+    QVERIFY(admin->readClipboards(clipboards));
+    QCOMPARE(clipboards, Clipboards({ { clipboard, text } }));
+    QList<QString> cards;
+    QList<QString> texts;
+    QVERIFY(admin->readClipboardCards(clipboard, cards, texts));
+    QCOMPARE(texts, QList<QString> { text });
+    QStringList users;
+    QVERIFY(admin->getUsers(users));
+    QCOMPARE(users.size(), 1);
+}
 
 void ServerClipboardsTest::clipboardsAndCards()
 {
