@@ -104,4 +104,14 @@ double medianMillis(QVector<qint64> micros)
     return double(micros.at(micros.size() / 2)) / 1000.0;
 }
 
+double percentileMillis(QVector<qint64> micros, double p)
+{
+    if (micros.isEmpty())
+        return 0;
+    std::sort(micros.begin(), micros.end());
+    const int last = micros.size() - 1;
+    const int index = qBound(0, int(p * double(last) + 0.5), last);
+    return double(micros.at(index)) / 1000.0;
+}
+
 } // namespace kesp

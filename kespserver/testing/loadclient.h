@@ -44,6 +44,9 @@ LoadResult runLoad(const LoadPlan &plan);
 
 // The median of the latencies, in milliseconds.
 double medianMillis(QVector<qint64> micros);
+// The latency that the fraction `p` (0 to 1) of the calls did not exceed,
+// in milliseconds (nearest rank).
+double percentileMillis(QVector<qint64> micros, double p);
 
 } // namespace kesp
 

@@ -43,10 +43,11 @@ bool ServerProcess::start(int timeoutMs)
         : process.processEnvironment();
     environment.insert(QStringLiteral("NUV_KESP_EXIT_WITH_PARENT"),
                        QString::number(QCoreApplication::applicationPid()));
+    // Not on the command line, where a PostgreSQL URL's password would show.
+    environment.insert(QStringLiteral("NUV_KESP_DATABASE"), database);
     process.setProcessEnvironment(environment);
     process.start(executable(),
-                  QStringList { QStringLiteral("--name"), name, QStringLiteral("--database"),
-                                database, QStringLiteral("--broker"), broker }
+                  QStringList { QStringLiteral("--name"), name, QStringLiteral("--broker"), broker }
                       + extraArguments);
     if (!process.waitForStarted(timeoutMs))
         return false;
