@@ -1,11 +1,14 @@
 // Round-trip times through an ActiveMQ broker, from one program, against one
 // responder: a raw STOMP ping-pong on a blocking socket (the floor that the
-// broker and loopback set), the transport's sendSyncMessage, and a small
-// classify command through the classify plugin and the transport plugin as
-// a host loads them.
+// broker and loopback set), the same with frames as large as a request's, the
+// transport's sendSyncMessage, and a small classify command through the
+// classify plugin and the transport plugin as a host loads them.
 //
 //   scripts/broker start
-//   NUV_BROKER_DIR=/tmp/nuv-broker-$UID build/activemq/tools/nuvstomprtt [count] [warm-up]
+//   NUV_BROKER_DIR=/tmp/nuv-broker-$UID build/activemq/tools/nuvstomprtt [count] [warm-up] [--json]
+//
+// --json prints one JSON object per exchange (for scripts/bench) instead of
+// the table.
 
 #include "brokerenv.h"
 #include "classifyinterface.h"
@@ -13,9 +16,11 @@
 #include "responder.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QPluginLoader>
 #include <QTextStream>
+#include <QUuid>
 
 #include <algorithm>
 #include <functional>
@@ -40,6 +45,7 @@ std::optional<nuvMQClassifyMessage> answer(const stomp::Responder::Request &requ
 struct Figures
 {
     QString name;
+    QString key; // the exchange's name in the JSON output
     std::function<bool()> once;
     std::vector<qint64> nanoseconds;
 };
@@ -68,12 +74,17 @@ double percentile(std::vector<qint64> sorted, double p)
     return double(sorted[index]) / 1000.0;
 }
 
-// The raw exchange: a SEND with reply-to, echoed by the responder.
+// The raw exchange: a SEND with reply-to, echoed by the responder. With a
+// `body`, the frame also carries headers like the transport's requests, so
+// the broker and the loopback see as many bytes as a classify command
+// causes, without any of the plugins' work at either end.
 class RawPing
 {
 public:
-    RawPing(const stomp::Peer::Options &options, bool withReceipt)
+    RawPing(const stomp::Peer::Options &options, bool withReceipt,
+            const QByteArray &body = QByteArrayLiteral("ping"))
         : withReceipt(withReceipt)
+        , body(body)
     {
         ok = peer.open(options) && peer.subscribe("bench", "/temp-queue/nuv.bench");
     }
@@ -86,9 +97,16 @@ public:
             .add("reply-to", "/temp-queue/nuv.bench")
             .add("correlation-id", id)
             .add("amq-msg-type", "text");
+        if (body.size() > 4) {
+            ping.add("expires", QByteArray::number(QDateTime::currentMSecsSinceEpoch() + 30000))
+                .add("nuv-kind", "1001")
+                .add("nuv-type", "nuvMQClassifyMessage")
+                .add("nuv-user", "bench")
+                .add("nuv-session-token", QByteArray(32, 'f'));
+        }
         if (withReceipt)
-            ping.add("receipt", "r" + id);
-        ping.body = QByteArrayLiteral("ping");
+            ping.add("receipt", "request-" + QUuid::createUuid().toByteArray(QUuid::WithoutBraces));
+        ping.body = body;
         if (!peer.send(ping))
             return false;
         stomp::Frame frame;
@@ -99,7 +117,7 @@ public:
                 return false;
             if (frame.command == "MESSAGE" && frame.header("correlation-id") == id)
                 replied = true;
-            else if (frame.command == "RECEIPT" && frame.header("receipt-id") == "r" + id)
+            else if (frame.command == "RECEIPT")
                 received = true;
         }
         return true;
@@ -110,6 +128,7 @@ public:
 private:
     stomp::Peer peer;
     bool withReceipt;
+    QByteArray body;
     quint64 sequence = 0;
 };
 
@@ -120,11 +139,12 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     QTextStream out(stdout);
     QTextStream err(stderr);
-    const QStringList args = app.arguments();
-    const int count = args.size() > 1 ? args.at(1).toInt() : 1000;
+    QStringList args = app.arguments();
+    const bool json = args.removeAll(QStringLiteral("--json")) > 0;
+    const int count = args.size() > 1 ? args.at(1).toInt() : 2000;
     const int warmUp = args.size() > 2 ? args.at(2).toInt() : 200;
     if (count < 1 || warmUp < 0) {
-        err << "usage: nuvstomprtt [count] [warm-up]\n";
+        err << "usage: nuvstomprtt [count] [warm-up] [--json]\n";
         return 2;
     }
 
@@ -143,7 +163,12 @@ int main(int argc, char *argv[])
 
     RawPing raw(broker.peerOptions(), false);
     RawPing rawWithReceipt(broker.peerOptions(), true);
-    if (!raw.ok || !rawWithReceipt.ok) {
+    nuvMQClassifyMessage request;
+    request.command = QStringLiteral("CFDOCGETARCHIVES");
+    QString requestText;
+    request.convertToBase64(requestText);
+    RawPing rawSized(broker.peerOptions(), true, requestText.toUtf8());
+    if (!raw.ok || !rawWithReceipt.ok || !rawSized.ok) {
         err << "nuvstomprtt: the raw STOMP connection failed\n";
         return 1;
     }
@@ -153,8 +178,6 @@ int main(int argc, char *argv[])
         err << "nuvstomprtt: " << (transport ? transport->lastErrorText : QString()) << "\n";
         return 1;
     }
-    nuvMQClassifyMessage request;
-    request.command = QStringLiteral("CFDOCGETARCHIVES");
     nuvMQClassifyMessage reply;
 
     QPluginLoader loader(QStringLiteral(NUV_CLASSIFY_PLUGIN_FILE));
@@ -172,16 +195,26 @@ int main(int argc, char *argv[])
     QStringList archives;
 
     std::vector<Figures> results {
-        { QStringLiteral("raw STOMP ping-pong"), [&raw] { return raw.once(); }, {} },
+        { QStringLiteral("raw STOMP ping-pong"),
+          QStringLiteral("raw"),
+          [&raw] { return raw.once(); },
+          {} },
         { QStringLiteral("raw STOMP ping-pong, with receipt"),
+          QStringLiteral("raw_receipt"),
           [&rawWithReceipt] { return rawWithReceipt.once(); },
           {} },
+        { QStringLiteral("raw, frames the size of a request"),
+          QStringLiteral("raw_sized"),
+          [&rawSized] { return rawSized.once(); },
+          {} },
         { QStringLiteral("transport sendSyncMessage"),
+          QStringLiteral("transport"),
           [&] {
               return transport->sendSyncMessage(&request, &reply, 1001, 30, 0, QString(), nullptr);
           },
           {} },
         { QStringLiteral("classify command getArchives()"),
+          QStringLiteral("classify_getArchives"),
           [&] { return client->getArchives(archives); },
           {} },
     };
@@ -193,6 +226,18 @@ int main(int argc, char *argv[])
     client->disconnectFromNuvKESP();
     transport->disconnectFromBroker();
 
+    responder.end();
+    if (json) {
+        for (const Figures &figures : results) {
+            out << QStringLiteral("{\"kind\": \"rtt\", \"exchange\": \"%1\", \"count\": %2, "
+                                  "\"median_us\": %3, \"p99_us\": %4}\n")
+                       .arg(figures.key)
+                       .arg(count)
+                       .arg(percentile(figures.nanoseconds, 0.5), 0, 'f', 1)
+                       .arg(percentile(figures.nanoseconds, 0.99), 0, 'f', 1);
+        }
+        return 0;
+    }
     out << QStringLiteral("broker 127.0.0.1:%1, %2 round trips each after %3 warm-up, "
                           "microseconds\n")
                .arg(broker.stompPort())
@@ -212,6 +257,5 @@ int main(int argc, char *argv[])
                    .arg(percentile(figures.nanoseconds, 0.9), 8, 'f', 1)
                    .arg(percentile(figures.nanoseconds, 0.99), 8, 'f', 1);
     }
-    responder.end();
     return 0;
 }
