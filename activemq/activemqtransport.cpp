@@ -99,14 +99,7 @@ void ActiveMqTransport::ensureIoThread()
 
 void ActiveMqTransport::post(std::function<void()> work)
 {
-    QMetaObject::invokeMethod(
-        connection,
-        [work = std::move(work), handoff = stomp::SyncHandoff()] {
-            handoff.received();
-            work();
-            handoff.finished();
-        },
-        Qt::QueuedConnection);
+    connection->post(std::move(work));
 }
 
 QByteArray ActiveMqTransport::nextId(const char *prefix)

@@ -61,6 +61,8 @@ public:
     // I/O thread.
     void submit(const std::shared_ptr<Session> &session, const QByteArray &head,
                 const QByteArray &body);
+    // Any thread: runs `work` on the I/O thread, in the order posted.
+    void post(std::function<void()> work);
     // Marks the session as closing (so the broker's hang-up is no loss) and
     // writes the DISCONNECT frame.
     void beginClose(const std::shared_ptr<Session> &session, const QByteArray &disconnectFrame);
@@ -72,8 +74,6 @@ private:
 
     void send(const std::shared_ptr<Session> &session, const QByteArray &head,
               const QByteArray &body);
-    // Runs `work` on the I/O thread, in the order posted.
-    void post(std::function<void()> work);
     // Whether the calling thread may write to the socket now; writeLock held.
     bool directWritable(const Session *target) const;
     // Writes as much of the frame as the socket takes without blocking and
