@@ -41,18 +41,27 @@ inline QString brokerAddress(const stomp::BrokerEnv &broker)
     return QStringLiteral("%1:%2").arg(broker.host()).arg(broker.stompPort());
 }
 
-// A fresh database (kesp.db in `dir`, or one on the PostgreSQL server the
-// tests run against) with the administrator; empty location on failure.
-inline QString makeDatabase(const testdatabase::ScratchDatabase &scratch, QString *error)
+// What a test's servers work in: a temporary directory for their logs and a
+// fresh database (kesp.db there, or one on the PostgreSQL server the tests
+// run against) with the administrator.
+struct Workspace
 {
-    nuvserver::EngineOptions options
-        = nuvserver::EngineOptions::fromEnvironment(scratch.location());
-    options.pbkdf2Iterations = 1000; // logins are many here, and not what is tested
-    if (!nuvserver::ServerEngine::initialiseDatabase(options, user, password,
-                                                     QStringLiteral("Administrator"), error))
-        return QString();
-    return scratch.location();
-}
+    Workspace()
+    {
+        nuvserver::EngineOptions options
+            = nuvserver::EngineOptions::fromEnvironment(scratch.location());
+        options.pbkdf2Iterations = 1000; // logins are many here, and not what is tested
+        if (nuvserver::ServerEngine::initialiseDatabase(options, user, password,
+                                                        QStringLiteral("Administrator"), &error))
+            database = scratch.location();
+    }
+    QString path(const QString &name) const { return dir.filePath(name); }
+
+    QTemporaryDir dir;
+    testdatabase::ScratchDatabase scratch { dir.filePath(QStringLiteral("kesp.db")) };
+    QString database; // empty when it could not be made
+    QString error; // why
+};
 
 // Joins a thread when the scope ends, also when a failed check returns early.
 struct JoinOnExit

@@ -21,9 +21,7 @@ private slots:
 
 private:
     stomp::BrokerEnv broker;
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch { dir.filePath(QStringLiteral("kesp.db")) };
-    QString database;
+    kesptest::Workspace space;
 };
 
 namespace {
@@ -44,9 +42,7 @@ void KespParent::initTestCase()
 {
     const QString problem = kesptest::useBroker(broker, QStringLiteral("parent"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
-    QString error;
-    database = kesptest::makeDatabase(scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
 }
 
 void KespParent::endsWithItsParent_data()
@@ -61,11 +57,11 @@ void KespParent::endsWithItsParent()
     QFETCH(int, signal);
     // A shell plays the parent: it starts the instance, tells its pid and
     // waits; the test then ends the shell, never the instance.
-    const QString log = dir.filePath(QStringLiteral("parent-%1.log").arg(signal));
+    const QString log = space.path(QStringLiteral("parent-%1.log").arg(signal));
     QProcess parent;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("NUV_KESP_SERVER"), kesp::ServerProcess::executable());
-    environment.insert(QStringLiteral("NUV_KESP_DATABASE"), database);
+    environment.insert(QStringLiteral("NUV_KESP_DATABASE"), space.database);
     environment.insert(QStringLiteral("NUV_KESP_BROKER"), kesptest::brokerAddress(broker));
     environment.insert(QStringLiteral("NUV_KESP_LOG"), log);
     parent.setProcessEnvironment(environment);
@@ -103,7 +99,7 @@ void KespParent::refusesToStartForAnotherParent()
     environment.insert(QStringLiteral("NUV_KESP_EXIT_WITH_PARENT"), QStringLiteral("1"));
     process.setProcessEnvironment(environment);
     process.start(kesp::ServerProcess::executable(),
-                  { QStringLiteral("--database"), database, QStringLiteral("--broker"),
+                  { QStringLiteral("--database"), space.database, QStringLiteral("--broker"),
                     kesptest::brokerAddress(broker) });
     QVERIFY(process.waitForFinished(10000));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);

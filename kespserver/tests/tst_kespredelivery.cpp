@@ -30,12 +30,10 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     const QString problem = kesptest::useBroker(broker, QStringLiteral("redelivery"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
     const QByteArray queue = qgetenv("NUV_STOMP_REQUEST_QUEUE");
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
+    const kesptest::Workspace space;
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
+    nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(space.database));
     QString error;
-    const QString database = kesptest::makeDatabase(scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
-    nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(database));
     QVERIFY2(engine.open(&error), qPrintable(error));
 
     // The doomed server takes requests with client acknowledgement.
@@ -86,9 +84,9 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     doomed.close();
 
     // The real server gets the request again and answers from the record.
-    kesp::ServerProcess server(QStringLiteral("survivor"), database,
+    kesp::ServerProcess server(QStringLiteral("survivor"), space.database,
                                kesptest::brokerAddress(broker),
-                               dir.filePath(QStringLiteral("server.log")));
+                               space.path(QStringLiteral("server.log")));
     QVERIFY2(server.start(), qPrintable(server.log()));
     caller.join();
     QVERIFY2(answered, qPrintable(transport->lastErrorText));
@@ -97,7 +95,7 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     QVERIFY2(server.waitForLog(QStringLiteral("CFADDCLIPBOARD user=admin"), 1, 10000),
              qPrintable(server.log()));
     QVERIFY2(server.log().contains(QLatin1String("[replayed]")), qPrintable(server.log()));
-    QCOMPARE(kesptest::countRows(database, QStringLiteral("SELECT count(*) FROM clipboards")),
+    QCOMPARE(kesptest::countRows(space.database, QStringLiteral("SELECT count(*) FROM clipboards")),
              qint64(1));
     transport->disconnectFromBroker();
     QVERIFY2(server.stop(), qPrintable(server.log()));
@@ -111,13 +109,11 @@ void KespRedelivery::callerGoneBeforeTheReply()
     const stomp::BrokerEnv broker;
     const QString problem = kesptest::useBroker(broker, QStringLiteral("gone"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
-    QString error;
-    const QString database = kesptest::makeDatabase(scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
-    kesp::ServerProcess server(QStringLiteral("gone"), database, kesptest::brokerAddress(broker),
-                               dir.filePath(QStringLiteral("server.log")));
+    const kesptest::Workspace space;
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
+    kesp::ServerProcess server(QStringLiteral("gone"), space.database,
+                               kesptest::brokerAddress(broker),
+                               space.path(QStringLiteral("server.log")));
     QVERIFY2(server.start(), qPrintable(server.log()));
 
     stomp::Peer caller;

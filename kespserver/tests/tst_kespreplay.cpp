@@ -33,20 +33,17 @@ private slots:
     void forgottenRecordsRunAgain();
 
 private:
-    std::unique_ptr<QTemporaryDir> dir;
-    std::unique_ptr<testdatabase::ScratchDatabase> scratch;
+    std::unique_ptr<kesptest::Workspace> space;
     std::unique_ptr<nuvserver::ServerEngine> engine;
     QString database;
 };
 
 void KespReplay::init()
 {
-    dir = std::make_unique<QTemporaryDir>();
-    scratch
-        = std::make_unique<testdatabase::ScratchDatabase>(dir->filePath(QStringLiteral("kesp.db")));
+    space = std::make_unique<kesptest::Workspace>();
+    QVERIFY2(!space->database.isEmpty(), qPrintable(space->error));
+    database = space->database;
     QString error;
-    database = kesptest::makeDatabase(*scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
     engine = std::make_unique<nuvserver::ServerEngine>(
         nuvserver::EngineOptions::fromEnvironment(database));
     QVERIFY2(engine->open(&error), qPrintable(error));
@@ -59,8 +56,7 @@ void KespReplay::init()
 void KespReplay::cleanup()
 {
     engine.reset();
-    scratch.reset();
-    dir.reset();
+    space.reset();
 }
 
 void KespReplay::secondDelivery_data()

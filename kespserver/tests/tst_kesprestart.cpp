@@ -53,16 +53,14 @@ void KespRestart::serverReconnectsAfterBrokerRestart()
     const stomp::BrokerEnv broker;
     const QString problem = kesptest::useBroker(broker, QStringLiteral("restart"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
-    QString error;
-    const QString database = kesptest::makeDatabase(scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
-    kesp::ServerProcess server(QStringLiteral("restart"), database, kesptest::brokerAddress(broker),
-                               dir.filePath(QStringLiteral("server.log")),
+    const kesptest::Workspace space;
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
+    kesp::ServerProcess server(QStringLiteral("restart"), space.database,
+                               kesptest::brokerAddress(broker),
+                               space.path(QStringLiteral("server.log")),
                                { QStringLiteral("--max-backoff-ms"), QStringLiteral("2000") });
     QVERIFY2(server.start(), qPrintable(server.log()));
-    error = loginAndWrite(broker, QStringLiteral("before"));
+    QString error = loginAndWrite(broker, QStringLiteral("before"));
     QVERIFY2(error.isEmpty(), qPrintable(error));
 
     QVERIFY2(stomp::BrokerEnv::script(QStringLiteral("stop"), &output), qPrintable(output));
@@ -75,7 +73,7 @@ void KespRestart::serverReconnectsAfterBrokerRestart()
     // A client of the restarted broker logs in (a new session) and works.
     error = loginAndWrite(broker, QStringLiteral("after"));
     QVERIFY2(error.isEmpty(), qPrintable(error));
-    QCOMPARE(kesptest::countRows(database, QStringLiteral("SELECT count(*) FROM clipboards")),
+    QCOMPARE(kesptest::countRows(space.database, QStringLiteral("SELECT count(*) FROM clipboards")),
              qint64(2));
     QVERIFY2(server.stop(), qPrintable(server.log()));
     QVERIFY(server.log().contains(QLatin1String("connections 2")));

@@ -44,16 +44,15 @@ void KespScaleOut::burst()
 {
     QFETCH(bool, killOne);
     QFETCH(int, prefetch);
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch(dir.filePath(QStringLiteral("kesp.db")));
-    QString error;
-    const QString database = kesptest::makeDatabase(scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
+    const kesptest::Workspace space;
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
     const QStringList arguments { QStringLiteral("--prefetch"), QString::number(prefetch) };
-    kesp::ServerProcess first(QStringLiteral("first"), database, kesptest::brokerAddress(broker),
-                              dir.filePath(QStringLiteral("first.log")), arguments);
-    kesp::ServerProcess second(QStringLiteral("second"), database, kesptest::brokerAddress(broker),
-                               dir.filePath(QStringLiteral("second.log")), arguments);
+    kesp::ServerProcess first(QStringLiteral("first"), space.database,
+                              kesptest::brokerAddress(broker),
+                              space.path(QStringLiteral("first.log")), arguments);
+    kesp::ServerProcess second(QStringLiteral("second"), space.database,
+                               kesptest::brokerAddress(broker),
+                               space.path(QStringLiteral("second.log")), arguments);
     QVERIFY2(first.start(), qPrintable(first.log()));
     QVERIFY2(second.start(), qPrintable(second.log()));
 
@@ -84,11 +83,11 @@ void KespScaleOut::burst()
 
     // Each request's effect once: as many clipboards as requests, all names
     // different (a second application would have failed on the name).
-    QCOMPARE(kesptest::countRows(database,
+    QCOMPARE(kesptest::countRows(space.database,
                                  QStringLiteral("SELECT count(*) FROM clipboards WHERE name "
                                                 "LIKE 'burst-%'")),
              qint64(plan.requests));
-    QCOMPARE(kesptest::countRows(database,
+    QCOMPARE(kesptest::countRows(space.database,
                                  QStringLiteral("SELECT count(DISTINCT name) FROM clipboards "
                                                 "WHERE name LIKE 'burst-%'")),
              qint64(plan.requests));

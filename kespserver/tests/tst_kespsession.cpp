@@ -26,9 +26,7 @@ private:
     QString runCli(const QStringList &arguments, int *exitCode);
 
     stomp::BrokerEnv broker;
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch { dir.filePath(QStringLiteral("kesp.db")) };
-    QString database;
+    kesptest::Workspace space;
     std::unique_ptr<kesp::ServerProcess> server;
 };
 
@@ -36,12 +34,10 @@ void KespSession::initTestCase()
 {
     const QString problem = kesptest::useBroker(broker, QStringLiteral("session"));
     QVERIFY2(problem.isEmpty(), qPrintable(problem));
-    QString error;
-    database = kesptest::makeDatabase(scratch, &error);
-    QVERIFY2(!database.isEmpty(), qPrintable(error));
-    server = std::make_unique<kesp::ServerProcess>(QStringLiteral("session"), database,
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
+    server = std::make_unique<kesp::ServerProcess>(QStringLiteral("session"), space.database,
                                                    kesptest::brokerAddress(broker),
-                                                   dir.filePath(QStringLiteral("server.log")));
+                                                   space.path(QStringLiteral("server.log")));
     QVERIFY2(server->start(), qPrintable(server->log()));
 }
 
@@ -67,7 +63,7 @@ void KespSession::tourOfTheDemo()
 {
     // The calls of scripts/demo: login, archives, a document classified
     // twice with its history, a clipboard with a card, a share.
-    const QString script = dir.filePath(QStringLiteral("tour.calls"));
+    const QString script = space.path(QStringLiteral("tour.calls"));
     QFile file(script);
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(R"(getFullUserName
@@ -96,7 +92,7 @@ closeSession
     QVERIFY2(output.contains(QLatin1String("paid by transfer")), qPrintable(output));
     QVERIFY2(output.contains(QLatin1String("auditor@example.org")), qPrintable(output));
     // The effects are in the server's database, once each.
-    QCOMPARE(kesptest::countRows(database,
+    QCOMPARE(kesptest::countRows(space.database,
                                  QStringLiteral("SELECT count(*) FROM clipboards WHERE name = "
                                                 "'To check'")),
              qint64(1));
@@ -143,9 +139,9 @@ void KespSession::servesOverTls()
     QVERIFY2(server->stop(), qPrintable(server->log()));
     qputenv("NUV_STOMP_CA_FILE", broker.caFile().toUtf8());
     server = std::make_unique<kesp::ServerProcess>(
-        QStringLiteral("tls"), database,
+        QStringLiteral("tls"), space.database,
         QStringLiteral("ssl://%1:%2").arg(broker.host()).arg(broker.sslPort()),
-        dir.filePath(QStringLiteral("tls.log")));
+        space.path(QStringLiteral("tls.log")));
     QVERIFY2(server->start(), qPrintable(server->log()));
     qunsetenv("NUV_STOMP_CA_FILE");
     QVERIFY(server->log().contains(QLatin1String(" over TLS")));
