@@ -307,20 +307,23 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
                      .arg(word, opened ? error : QStringLiteral("not opened")));
         return reply;
     }
-    Context ctx(request, db, engineOptions, word);
-    ctx.token = sessionToken;
     const auto found = commandTable().constFind(word);
     if (word.isEmpty() || found == commandTable().constEnd()) {
-        setError(ctx.reply,
+        nuvMQClassifyMessage reply;
+        setError(reply,
                  word.isEmpty() ? QStringLiteral("the request names no command")
                                 : QStringLiteral("unknown command '%1'").arg(word));
-        return ctx.reply;
+        return reply;
     }
     const CommandEntry &entry = found.value();
     if (!beginRequest()) {
-        setError(ctx.reply, word + QStringLiteral(": the database is busy; try again"));
-        return ctx.reply;
+        nuvMQClassifyMessage reply;
+        setError(reply, word + QStringLiteral(": the database is busy; try again"));
+        return reply;
     }
+    // After beginRequest(): it may have replaced the connection.
+    Context ctx(request, db, engineOptions, word);
+    ctx.token = sessionToken;
 
     if (!requestKey.isEmpty()) {
         // Seen before: its effect is in the database already, and so is the
