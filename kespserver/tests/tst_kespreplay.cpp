@@ -35,17 +35,15 @@ private slots:
 private:
     std::unique_ptr<kesptest::Workspace> space;
     std::unique_ptr<nuvserver::ServerEngine> engine;
-    QString database;
 };
 
 void KespReplay::init()
 {
     space = std::make_unique<kesptest::Workspace>();
     QVERIFY2(!space->database.isEmpty(), qPrintable(space->error));
-    database = space->database;
     QString error;
     engine = std::make_unique<nuvserver::ServerEngine>(
-        nuvserver::EngineOptions::fromEnvironment(database));
+        nuvserver::EngineOptions::fromEnvironment(space->database));
     QVERIFY2(engine->open(&error), qPrintable(error));
     const nuvMQClassifyMessage login = engine->handle(
         command(QStringLiteral("CFLOGIN"), { kesptest::user, kesptest::password, QString() }),
@@ -98,8 +96,9 @@ void KespReplay::secondDelivery()
         // Byte for byte the first reply, marker included.
         QCOMPARE(second.toWireBytes(), first.toWireBytes());
     }
-    QCOMPARE(kesptest::countRows(database, QStringLiteral("SELECT count(*) FROM clipboards")),
-             qint64(clipboards));
+    QCOMPARE(
+        kesptest::countRows(space->database, QStringLiteral("SELECT count(*) FROM clipboards")),
+        qint64(clipboards));
 }
 
 void KespReplay::forgottenRecordsRunAgain()
@@ -124,13 +123,13 @@ void KespReplay::forgottenRecordsRunAgain()
     const nuvMQClassifyMessage add
         = command(QStringLiteral("CFADDCLIPBOARD"), { QStringLiteral("kept") });
     engine->handle(add, token, QStringLiteral("k"), &replayed);
-    QCOMPARE(
-        kesptest::countRows(database, QStringLiteral("SELECT count(*) FROM processed_requests")),
-        qint64(2)); // the login and the clipboard
+    QCOMPARE(kesptest::countRows(space->database,
+                                 QStringLiteral("SELECT count(*) FROM processed_requests")),
+             qint64(2)); // the login and the clipboard
     engine->forgetProcessedRequests(1);
-    QCOMPARE(
-        kesptest::countRows(database, QStringLiteral("SELECT count(*) FROM processed_requests")),
-        qint64(2)); // younger than an hour
+    QCOMPARE(kesptest::countRows(space->database,
+                                 QStringLiteral("SELECT count(*) FROM processed_requests")),
+             qint64(2)); // younger than an hour
 }
 
 QTEST_GUILESS_MAIN(KespReplay)
