@@ -85,8 +85,9 @@ QSqlDatabase openPostgres(const DatabaseLocation &location, const QString &conne
 DatabaseLocation DatabaseLocation::parse(const QString &text, QString *error)
 {
     DatabaseLocation location;
-    if (!text.startsWith(QLatin1String("postgresql://"))
-        && !text.startsWith(QLatin1String("postgres://"))) {
+    // Anything with a scheme is a server's URL (the command-line host tells
+    // files from URLs the same way); everything else is an SQLite file.
+    if (!text.contains(QLatin1String("://"))) {
         location.filePath = text;
         if (text.isEmpty() && error)
             *error = QStringLiteral("no database is configured");
@@ -94,6 +95,13 @@ DatabaseLocation DatabaseLocation::parse(const QString &text, QString *error)
     }
     location.backend = Backend::PostgreSQL;
     const QUrl url(text, QUrl::StrictMode);
+    if (url.scheme() != QLatin1String("postgresql") && url.scheme() != QLatin1String("postgres")) {
+        if (error)
+            *error = QStringLiteral("'%1' is no database this server knows: give an SQLite file or "
+                                    "a postgresql:// URL")
+                         .arg(url.toString(QUrl::RemovePassword));
+        return location;
+    }
     if (!url.isValid() || url.host().isEmpty()) {
         if (error)
             *error = QStringLiteral("'%1' is no valid postgresql:// URL")
