@@ -33,9 +33,12 @@ QString socketProblem(QAbstractSocket::SocketError error, const QString &fallbac
     case QAbstractSocket::HostNotFoundError:
         return QStringLiteral("the host name was not found");
     case QAbstractSocket::RemoteHostClosedError:
+        // ActiveMQ also closes without its ERROR frame when a refused
+        // login takes it more than two seconds to answer.
         return handshake ? QStringLiteral("the broker closed the connection during the STOMP "
-                                          "handshake (is this the broker's STOMP port, and does "
-                                          "it expect TLS?)")
+                                          "handshake (is this the broker's STOMP port, does it "
+                                          "expect TLS, and are the broker login and passcode "
+                                          "right?)")
                          : QStringLiteral("the broker closed the connection");
     case QAbstractSocket::SslHandshakeFailedError:
         return QStringLiteral("the TLS handshake failed (%1)").arg(fallback);

@@ -33,6 +33,11 @@ BrokerEnv::BrokerEnv()
         why = QStringLiteral("%1 is empty").arg(file.fileName());
 }
 
+bool BrokerEnv::refusalLostToClose(const QString &errorText)
+{
+    return errorText.contains(QLatin1String("closed the connection during the STOMP handshake"));
+}
+
 Peer::Options BrokerEnv::peerOptions() const
 {
     Peer::Options options;

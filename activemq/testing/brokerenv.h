@@ -44,6 +44,15 @@ public:
     // The directory the transport plugin is built into.
     static QString pluginDir();
 
+    // ActiveMQ closes a connection whose login it refused two seconds
+    // after the refusal, whether or not its ERROR frame has gone out by
+    // then; on a loaded machine it sometimes has not, and the client sees
+    // only the close. A test of a refused login tries again when this says
+    // that is what happened (the broker's log has "Stopping ... because
+    // Failed with SecurityException").
+    static bool refusalLostToClose(const QString &errorText);
+    static constexpr int refusalAttempts = 3;
+
 private:
     QString value(const char *name) const { return values.value(QLatin1String(name)); }
 

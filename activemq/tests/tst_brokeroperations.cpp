@@ -177,10 +177,18 @@ void BrokerOperationsTest::connectFailures()
     else if (port == 0)
         port = closedPort();
 
-    auto transport = stomp::newTransport();
+    const bool refusedByBroker = passcode.size() > 1;
+    std::unique_ptr<nuvMQClientInterface> transport;
     QElapsedTimer clock;
-    clock.start();
-    QVERIFY(!transport->connectToBroker(host, port));
+    for (int attempt = 1;; ++attempt) {
+        transport = stomp::newTransport();
+        clock.start();
+        QVERIFY(!transport->connectToBroker(host, port));
+        if (!refusedByBroker || attempt == stomp::BrokerEnv::refusalAttempts
+            || !stomp::BrokerEnv::refusalLostToClose(transport->lastErrorText))
+            break;
+        qWarning("the broker closed before its refusal went out; trying again");
+    }
     const QString text = transport->lastErrorText;
     for (const QString &part : expected)
         QVERIFY2(text.contains(part), qPrintable(text));
