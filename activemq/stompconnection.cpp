@@ -446,6 +446,14 @@ void Connection::onSocketError(QAbstractSocket::SocketError error)
 {
     if (!socket || stage == Stage::Idle)
         return;
+    // A broker that refuses us sends its ERROR frame and closes at once;
+    // the frame may still sit in the socket's buffer when the close is
+    // reported, and its text says more than the close does.
+    if (socket->bytesAvailable() > 0) {
+        onReadyRead();
+        if (!socket || stage == Stage::Idle)
+            return;
+    }
     const QString problem = socketProblem(error, socket->errorString(), stage != Stage::Open);
     if (stage == Stage::Open)
         end(lostText(problem));

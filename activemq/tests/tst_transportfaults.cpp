@@ -15,7 +15,15 @@ using stomp::Frame;
 
 namespace {
 
-enum class Handshake { Silent, Error, OldVersion, Hangup, Garbage, SubscriptionRefused };
+enum class Handshake {
+    Silent,
+    Error,
+    ErrorAndClose,
+    OldVersion,
+    Hangup,
+    Garbage,
+    SubscriptionRefused
+};
 
 // A MESSAGE on the transport's reply subscription.
 QByteArray replyFrame(const QByteArray &correlationId, const nuvMQClassifyMessage &message)
@@ -132,6 +140,11 @@ void TransportFaultsTest::handshakeFailures_data()
     QTest::newRow("ERROR instead of CONNECTED for a login")
         << Handshake::Error << QByteArray("nuv")
         << "refused the connection for broker user \"nuv\": Access denied";
+    // ActiveMQ's way: the close follows the ERROR frame at once, and the
+    // frame's text must win over the close's.
+    QTest::newRow("ERROR and an immediate close")
+        << Handshake::ErrorAndClose << QByteArray("nuv")
+        << "refused the connection for broker user \"nuv\": Access denied";
     QTest::newRow("broker that speaks STOMP 1.1 only")
         << Handshake::OldVersion << QByteArray() << "it speaks STOMP 1.1";
     QTest::newRow("hang-up during the handshake")
@@ -166,6 +179,10 @@ void TransportFaultsTest::handshakeFailures()
             break;
         case Handshake::Error:
             link.write("ERROR\nmessage:Access denied\n\nAccess denied" + nul);
+            break;
+        case Handshake::ErrorAndClose:
+            link.write("ERROR\nmessage:Access denied\n\nAccess denied" + nul);
+            link.close();
             break;
         case Handshake::OldVersion:
             link.write("CONNECTED\nversion:1.1\n\n" + nul);
