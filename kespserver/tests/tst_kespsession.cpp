@@ -96,9 +96,12 @@ closeSession
                                  QStringLiteral("SELECT count(*) FROM clipboards WHERE name = "
                                                 "'To check'")),
              qint64(1));
-    // One log line per request, with the user; never the password.
+    // One log line per request, with the user; never the password. The
+    // last request's line may lag the CLI's exit.
+    QVERIFY2(server->waitForLog(QStringLiteral("CFCLOSESESSION user=admin"), 1, 10000),
+             qPrintable(server->log()));
     QVERIFY(server->countInLog(QStringLiteral("CFLOGIN user=admin")) >= 1);
-    QVERIFY(server->countInLog(QStringLiteral("CFADDCLIPBOARD user=admin")) == 1);
+    QCOMPARE(server->countInLog(QStringLiteral("CFADDCLIPBOARD user=admin")), 1);
     QVERIFY(!server->log().contains(kesptest::password));
 }
 
@@ -149,7 +152,10 @@ void KespSession::servesOverTls()
     const QString output = runCli({ QStringLiteral("getArchives") }, &exitCode);
     QVERIFY2(exitCode == 0, qPrintable(output));
     QVERIFY(output.contains(QLatin1String("Default")));
-    QVERIFY(server->countInLog(QStringLiteral("CFDOCGETARCHIVES user=admin")) == 1);
+    // The line follows the reply and the commit, so it may lag the CLI.
+    QVERIFY2(server->waitForLog(QStringLiteral("CFDOCGETARCHIVES user=admin"), 1, 10000),
+             qPrintable(server->log()));
+    QCOMPARE(server->countInLog(QStringLiteral("CFDOCGETARCHIVES user=admin")), 1);
 }
 
 void KespSession::cleanupTestCase()
