@@ -3,9 +3,9 @@
 
 #include "nuvkespclassifyblock.h"
 
+#include <QHash>
 #include <QVector>
 
-#include <algorithm>
 #include <vector>
 
 /*
@@ -90,29 +90,40 @@ template<typename Key, typename ToKey>
 QList<QByteArray> pairRecordsWithPayloads(const QStringList &records, const QString &keys,
                                           const QList<QByteArray> &data, int keyField, ToKey toKey)
 {
-    // A sorted vector rather than a map: one allocation for the whole index,
-    // and keys that refer into the reply instead of copies of it.
-    struct Entry
+    // An open-addressing table in one vector: one allocation for the whole
+    // index, keys that refer into the reply instead of copies of it, and one
+    // hash per key where a sorted index compared long common prefixes
+    // several times per record.
+    struct Slot
     {
         Key key;
-        int payload;
+        int payload = -1; // -1: free
     };
     const QVector<QStringRef> keyParts = keys.splitRef(recordSeparator, Qt::SkipEmptyParts);
-    std::vector<Entry> index;
-    index.reserve(size_t(keyParts.size()));
-    for (int i = 0; i < keyParts.size(); ++i)
-        index.push_back({ toKey(keyParts.at(i)), i });
-    // Stable, so that among equal keys the later one stays last.
-    const auto byKey = [](const Entry &a, const Entry &b) { return a.key < b.key; };
-    std::stable_sort(index.begin(), index.end(), byKey);
+    size_t capacity = 8;
+    while (capacity < size_t(keyParts.size()) * 2)
+        capacity *= 2;
+    const size_t mask = capacity - 1;
+    std::vector<Slot> table(capacity);
+    const auto slotOf = [&table, mask](const Key &key) -> Slot & {
+        for (size_t at = qHash(key) & mask;; at = (at + 1) & mask) {
+            Slot &slot = table[at];
+            if (slot.payload < 0 || slot.key == key)
+                return slot;
+        }
+    };
+    for (int i = 0; i < keyParts.size(); ++i) {
+        const Key key = toKey(keyParts.at(i));
+        Slot &slot = slotOf(key);
+        slot.key = key;
+        slot.payload = i; // a later equal key wins
+    }
 
     QList<QByteArray> payloads;
     payloads.reserve(records.size());
     for (const QString &record : records) {
-        const Entry probe { toKey(recordField(record, keyField)), 0 };
-        const auto after = std::upper_bound(index.begin(), index.end(), probe, byKey);
-        const bool found = after != index.begin() && !(std::prev(after)->key < probe.key);
-        payloads.append(found ? data.value(std::prev(after)->payload) : QByteArray());
+        const int payload = slotOf(toKey(recordField(record, keyField))).payload;
+        payloads.append(payload >= 0 ? data.value(payload) : QByteArray());
     }
     return payloads;
 }
