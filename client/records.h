@@ -100,13 +100,17 @@ QList<QByteArray> pairRecordsWithPayloads(const QStringList &records, const QStr
         int payload = -1; // -1: free
     };
     const QVector<QStringRef> keyParts = keys.splitRef(recordSeparator, Qt::SkipEmptyParts);
-    size_t capacity = 8;
-    while (capacity < size_t(keyParts.size()) * 2)
-        capacity *= 2;
-    const size_t mask = capacity - 1;
-    std::vector<Slot> table(capacity);
-    const auto slotOf = [&table, mask](const Key &key) -> Slot & {
-        for (size_t at = qHash(key) & mask;; at = (at + 1) & mask) {
+    int bits = 3;
+    while ((size_t(1) << bits) < size_t(keyParts.size()) * 2)
+        ++bits;
+    const size_t mask = (size_t(1) << bits) - 1;
+    std::vector<Slot> table(mask + 1);
+    // The process's random seed, and the top bits of a multiplicative mix:
+    // consecutive numbers and crafted keys spread over the table alike.
+    const uint seed = uint(qGlobalQHashSeed());
+    const auto slotOf = [&table, mask, bits, seed](const Key &key) -> Slot & {
+        const quint64 mixed = quint64(qHash(key, seed)) * Q_UINT64_C(0x9E3779B97F4A7C15);
+        for (size_t at = size_t(mixed >> (64 - bits));; at = (at + 1) & mask) {
             Slot &slot = table[at];
             if (slot.payload < 0 || slot.key == key)
                 return slot;
