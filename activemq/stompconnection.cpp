@@ -33,8 +33,8 @@ QString socketProblem(QAbstractSocket::SocketError error, const QString &fallbac
     case QAbstractSocket::HostNotFoundError:
         return QStringLiteral("the host name was not found");
     case QAbstractSocket::RemoteHostClosedError:
-        // ActiveMQ also closes without its ERROR frame when a refused
-        // login takes it more than two seconds to answer.
+        // A refused login can also end in a bare close, when the broker's
+        // ERROR frame does not make it ahead of the close.
         return handshake ? QStringLiteral("the broker closed the connection during the STOMP "
                                           "handshake (is this the broker's STOMP port, does it "
                                           "expect TLS, and are the broker login and passcode "

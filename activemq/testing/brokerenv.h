@@ -44,12 +44,10 @@ public:
     // The directory the transport plugin is built into.
     static QString pluginDir();
 
-    // ActiveMQ closes a connection whose login it refused two seconds
-    // after the refusal, whether or not its ERROR frame has gone out by
-    // then; on a loaded machine it sometimes has not, and the client sees
-    // only the close. A test of a refused login tries again when this says
-    // that is what happened (the broker's log has "Stopping ... because
-    // Failed with SecurityException").
+    // ActiveMQ answers a refused login with an ERROR frame and closes the
+    // connection right behind it. Once, on a loaded CI machine, the client
+    // saw only the close. A test of a refused login tries again when this
+    // says that is what it saw, and fails if it keeps happening.
     static bool refusalLostToClose(const QString &errorText);
     static constexpr int refusalAttempts = 3;
 
