@@ -33,9 +33,16 @@ BrokerEnv::BrokerEnv()
         why = QStringLiteral("%1 is empty").arg(file.fileName());
 }
 
-bool BrokerEnv::refusalLostToClose(const QString &errorText)
+QString BrokerEnv::refusedConnect(const std::function<QString()> &connect)
 {
-    return errorText.contains(QLatin1String("closed the connection during the STOMP handshake"));
+    QString text;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        text = connect();
+        if (!text.contains(QLatin1String("closed the connection during the STOMP handshake")))
+            break;
+        qWarning("the broker closed before its refusal went out; trying again");
+    }
+    return text;
 }
 
 Peer::Options BrokerEnv::peerOptions() const
