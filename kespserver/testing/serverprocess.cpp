@@ -79,11 +79,11 @@ bool ServerProcess::waitForLog(const QString &text, int count, int timeoutMs)
     }
 }
 
-bool ServerProcess::stop(int timeoutMs)
+bool ServerProcess::stop(int timeoutMs, int signal)
 {
     if (process.state() == QProcess::NotRunning)
         return false;
-    ::kill(pid_t(process.processId()), SIGTERM);
+    ::kill(pid_t(process.processId()), signal);
     return process.waitForFinished(timeoutMs) && process.exitStatus() == QProcess::NormalExit
         && process.exitCode() == 0;
 }
@@ -94,10 +94,10 @@ void ServerProcess::kill()
     process.waitForFinished(5000);
 }
 
-qint64 ServerProcess::reportedRequests() const
+qint64 ServerProcess::reported(const QString &counter) const
 {
-    static const QRegularExpression requests(QStringLiteral("stopped; .* requests (\\d+),"));
-    const QRegularExpressionMatch match = requests.match(log());
+    const QRegularExpression pattern(QStringLiteral("stopped; .* %1 (\\d+)[,;]").arg(counter));
+    const QRegularExpressionMatch match = pattern.match(log());
     return match.hasMatch() ? match.captured(1).toLongLong() : -1;
 }
 

@@ -4,6 +4,8 @@
 #include <QProcess>
 #include <QString>
 
+#include <csignal>
+
 namespace kesp {
 
 /*
@@ -24,12 +26,14 @@ public:
     bool waitForLog(const QString &text, int count, int timeoutMs);
     int countInLog(const QString &text) const;
     QString log() const;
-    // SIGTERM and wait; false when it does not end in time or fails.
-    bool stop(int timeoutMs = 15000);
+    // SIGTERM (or `signal`) and wait; false when it does not end in time
+    // or fails.
+    bool stop(int timeoutMs = 15000, int signal = SIGTERM);
     // SIGKILL: no goodbye, no acknowledgements.
     void kill();
-    // The requests it reported in its last status line (at exit).
-    qint64 reportedRequests() const;
+    // A counter of its status line at exit ("requests", "errors",
+    // "expired", "replayed"); -1 when there is none.
+    qint64 reported(const QString &counter) const;
     qint64 pid() const { return process.processId(); }
 
     // The built daemon.

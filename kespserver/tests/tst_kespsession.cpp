@@ -125,6 +125,8 @@ void KespSession::failedCommandsAreAnsweredAndLogged()
     cli.closeWriteChannel();
     QVERIFY(cli.waitForFinished(60000));
     QVERIFY(cli.exitCode() != 0);
+    // The refused login's line may lag the CLI's exit.
+    QVERIFY2(server->waitForLog(QStringLiteral("ERROR ("), 2, 10000), qPrintable(server->log()));
     QVERIFY(!server->log().contains(QLatin1String("not-the-password-9")));
 }
 

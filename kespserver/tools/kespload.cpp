@@ -156,7 +156,8 @@ int measureLoad(const stomp::BrokerEnv &broker, int instances, int requests, int
                     static_cast<long long>(result.wallMillis), perSecond, p50, p99);
         for (int i = 0; i < instances; ++i)
             std::printf("instance %d answered %lld\n", i,
-                        static_cast<long long>(servers.list.at(size_t(i))->reportedRequests()));
+                        static_cast<long long>(
+                            servers.list.at(size_t(i))->reported(QStringLiteral("requests"))));
     }
     for (const QString &failure : result.failures.mid(0, 5))
         std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(failure));
