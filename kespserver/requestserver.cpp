@@ -7,7 +7,6 @@
 #include <QElapsedTimer>
 #include <QThread>
 
-#include <climits>
 #include <cstdio>
 
 namespace kesp {
@@ -68,10 +67,19 @@ void RequestServer::pause(int ms)
     }
 }
 
+void RequestServer::runOnWorker(const std::function<void()> &job)
+{
+    worker.start(job);
+    // The engine works; this thread keeps the broker connection alive. The
+    // wait ends as soon as the job does, so a reply never waits for a pump.
+    while (!worker.wait(20))
+        link.pump(0);
+}
+
 void RequestServer::pruneRecords()
 {
-    worker.start([this] { engine.forgetProcessedRequests(config.keepRecordsHours); });
-    worker.wait(INT_MAX);
+    // On a shared database this may wait for other instances' writes.
+    runOnWorker([this] { engine.forgetProcessedRequests(config.keepRecordsHours); });
     sincePrune.restart();
 }
 
@@ -182,10 +190,7 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
             user = request.getDataList().value(0);
         const QString token = QString::fromUtf8(message.header("nuv-session-token"));
         const QString key = requestKey(message);
-        worker.start([&] { reply = engine.handle(request, token, key, &replayed); });
-        // The engine works; this thread keeps the broker connection alive.
-        while (!worker.wait(50))
-            link.pump(50);
+        runOnWorker([&] { reply = engine.handle(request, token, key, &replayed); });
     }
 
     if (!replyTo.isEmpty()) {

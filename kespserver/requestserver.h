@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 
 #include <csignal>
+#include <functional>
 
 namespace nuvserver {
 class ServerEngine;
@@ -54,6 +55,9 @@ private:
     void pause(int ms);
     void log(int level, const QString &line) const;
     void pollSignals();
+    // Runs `job` on the engine's thread and pumps the broker link
+    // (heart-beats) until it is done.
+    void runOnWorker(const std::function<void()> &job);
     void pruneRecords();
 
     const ServerConfig &config;

@@ -1,6 +1,9 @@
 // How the daemon reads a request's headers: the key that survives a
-// redelivery, and when a request counts as given up by its caller.
+// redelivery, and when a request counts as given up by its caller; and how
+// its broker link judges the broker's heart-beats.
 
+#include "brokerlink.h"
+#include "fakebroker.h"
 #include "requestserver.h"
 
 #include <QtTest>
@@ -14,6 +17,7 @@ private slots:
     void key();
     void expiry_data();
     void expiry();
+    void beatsWaitingAfterALongRequestCount();
 };
 
 void KespRequests::key_data()
@@ -65,6 +69,38 @@ void KespRequests::expiry()
     if (!expires.isEmpty())
         message.add("expires", expires);
     QCOMPARE(kesp::hasExpired(message, now), expired);
+}
+
+void KespRequests::beatsWaitingAfterALongRequestCount()
+{
+    // A broker that beats every 20 ms, after a CONNECTED that asks for them.
+    FakeBroker fake([&fake](FakeLink &link) {
+        if (!link.expect("CONNECT"))
+            return;
+        link.write(QByteArray("CONNECTED\nversion:1.2\nheart-beat:20,20\n\n") + '\0');
+        while (!fake.stopping()) {
+            link.write("\n");
+            QThread::msleep(20);
+        }
+    });
+    const quint16 port = fake.listen();
+    stomp::BrokerAddress address;
+    address.host = QStringLiteral("127.0.0.1");
+    address.port = port;
+    stomp::BrokerSettings settings;
+    settings.heartBeatMs = 50;
+    kesp::BrokerLink link;
+    QVERIFY2(link.open(address, settings), qPrintable(link.errorText()));
+    // A request that keeps the thread from reading for several intervals:
+    // the beats that came meanwhile wait in the socket and must count.
+    QThread::msleep(400);
+    stomp::Frame frame;
+    QVERIFY(!link.receive(&frame, 100));
+    QVERIFY2(link.isOpen(), qPrintable(link.errorText()));
+    QVERIFY(link.errorText().isEmpty());
+    link.abort();
+    fake.stop();
+    QVERIFY(fake.wait(QDeadlineTimer(10000)));
 }
 
 QTEST_GUILESS_MAIN(KespRequests)
