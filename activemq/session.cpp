@@ -4,9 +4,10 @@
 
 namespace stomp {
 
-Session::Session(const BrokerAddress &address, const QByteArray &token)
+Session::Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit)
     : address(address)
     , token(token)
+    , unsolicitedLimit(qMax(1, unsolicitedLimit))
 { }
 
 Session::Phase Session::phase() const
@@ -86,7 +87,9 @@ bool Session::beginCall(const QByteArray &correlationId, const QByteArray &recei
     stomp::SyncLocker locker(&mutex);
     if (!usable(whyNot))
         return false;
-    calls.insert(correlationId, Slot());
+    Slot slot;
+    slot.receiptId = receiptId;
+    calls.insert(correlationId, slot);
     callReceipts.insert(receiptId, correlationId);
     return true;
 }
@@ -105,12 +108,7 @@ Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTi
         return Outcome::Failed;
     const Slot done = *slot;
     calls.erase(slot);
-    for (auto it = callReceipts.begin(); it != callReceipts.end();) {
-        if (it.value() == correlationId)
-            it = callReceipts.erase(it);
-        else
-            ++it;
-    }
+    callReceipts.remove(done.receiptId);
     if (done.state == Outcome::Done)
         *reply = done.frame;
     else if (done.state == Outcome::Failed)
@@ -214,8 +212,21 @@ bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
 void Session::pushUnsolicited(const Frame &message)
 {
     stomp::SyncLocker locker(&mutex);
+    if (unsolicited.size() >= unsolicitedLimit) {
+        unsolicited.dequeue();
+        if (unsolicitedDropped++ == 0)
+            qWarning("nuvactivemqclient: more than %d messages wait to be received; the oldest "
+                     "are dropped from now on",
+                     unsolicitedLimit);
+    }
     unsolicited.enqueue(message);
     changed.wakeAll();
+}
+
+qint64 Session::droppedUnsolicited() const
+{
+    stomp::SyncLocker locker(&mutex);
+    return unsolicitedDropped;
 }
 
 Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error)

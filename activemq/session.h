@@ -29,7 +29,10 @@ public:
     enum class Phase { Connecting, Open, Closing, Closed };
     enum class Outcome { Done, Failed, TimedOut };
 
-    Session(const BrokerAddress &address, const QByteArray &token);
+    // Messages nobody asked for are kept up to `unsolicitedLimit`; beyond
+    // it the oldest go, so a subscriber that never receives cannot grow
+    // without bound.
+    Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit = 10000);
 
     const BrokerAddress address;
     // The random value that identifies this connection to the server.
@@ -70,6 +73,7 @@ public:
     // Messages that answer no call of ours: broadcasts on subscribed topics
     // and messages on the reply queue without a correlation id.
     void pushUnsolicited(const Frame &message);
+    qint64 droppedUnsolicited() const;
     Outcome awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error);
 
 private:
@@ -78,6 +82,7 @@ private:
         Outcome state = Outcome::TimedOut; // TimedOut here means "still waiting"
         Frame frame;
         QString error;
+        QByteArray receiptId; // a call's request receipt, while it is awaited
     };
 
     bool usable(QString *whyNot) const;
@@ -91,6 +96,8 @@ private:
     QHash<QByteArray, Slot> receipts; // receipts awaited for their own sake
     QQueue<Frame> unsolicited;
     qint64 dropped = 0;
+    const int unsolicitedLimit;
+    qint64 unsolicitedDropped = 0;
 };
 
 } // namespace stomp

@@ -1,0 +1,146 @@
+// The state that the I/O thread and the calling threads share: calls and
+// their receipts, the end of a session, and the messages nobody asked for.
+
+#include "session.h"
+
+#include <QtTest>
+
+#include <thread>
+
+using stomp::Frame;
+using stomp::Session;
+
+class SessionTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void callOutcomes_data();
+    void callOutcomes();
+    void receiptOfAFinishedCallIsForgotten();
+    void unsolicitedQueueIsBounded_data();
+    void unsolicitedQueueIsBounded();
+
+private:
+    static std::shared_ptr<Session> openSession(int unsolicitedLimit = 10000)
+    {
+        stomp::BrokerAddress address;
+        address.host = QStringLiteral("127.0.0.1");
+        address.port = 61613;
+        auto session = std::make_shared<Session>(address, QByteArray("token"), unsolicitedLimit);
+        session->opened();
+        return session;
+    }
+};
+
+enum class Event { Reply, BrokerError, Close, Nothing };
+Q_DECLARE_METATYPE(Event)
+
+void SessionTest::callOutcomes_data()
+{
+    QTest::addColumn<Event>("event");
+    QTest::addColumn<int>("outcome");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("reply") << Event::Reply << int(Session::Outcome::Done) << QString();
+    QTest::newRow("ERROR naming the request's receipt")
+        << Event::BrokerError << int(Session::Outcome::Failed) << "refused it";
+    QTest::newRow("connection closed while waiting")
+        << Event::Close << int(Session::Outcome::Failed) << "gone";
+    QTest::newRow("nothing within the time-out")
+        << Event::Nothing << int(Session::Outcome::TimedOut) << QString();
+}
+
+void SessionTest::callOutcomes()
+{
+    QFETCH(Event, event);
+    QFETCH(int, outcome);
+    QFETCH(QString, error);
+    const auto session = openSession();
+    QString whyNot;
+    QVERIFY(session->beginCall("c1", "r1", &whyNot));
+    // The I/O thread's side, while the caller waits.
+    bool taken = true;
+    std::thread ioThread([&] {
+        QThread::msleep(20);
+        Frame reply("MESSAGE");
+        reply.body = "answer";
+        switch (event) {
+        case Event::Reply:
+            taken = session->deliverReply("c1", reply);
+            break;
+        case Event::BrokerError:
+            taken = session->receiptFailed("r1", QStringLiteral("refused it"));
+            break;
+        case Event::Close:
+            taken = session->closed(QStringLiteral("gone"));
+            break;
+        case Event::Nothing:
+            break;
+        }
+    });
+    Frame got;
+    QString text;
+    const int timeoutMs = event == Event::Nothing ? 100 : 10000;
+    const Session::Outcome result
+        = session->awaitCall("c1", QDeadlineTimer(timeoutMs), &got, &text);
+    ioThread.join();
+    QVERIFY(taken);
+    QCOMPARE(int(result), outcome);
+    QCOMPARE(text, error);
+    if (event == Event::Reply)
+        QCOMPARE(got.body, QByteArray("answer"));
+    // Ended either way: a late reply is dropped and counted.
+    QVERIFY(!session->deliverReply("c1", Frame("MESSAGE")));
+    QCOMPARE(session->droppedReplies(), qint64(1));
+}
+
+void SessionTest::receiptOfAFinishedCallIsForgotten()
+{
+    const auto session = openSession();
+    QString whyNot;
+    QVERIFY(session->beginCall("c1", "r1", &whyNot));
+    QVERIFY(session->deliverReply("c1", Frame("MESSAGE")));
+    Frame got;
+    QString text;
+    QCOMPARE(session->awaitCall("c1", QDeadlineTimer(1000), &got, &text), Session::Outcome::Done);
+    // The receipt id belongs to nobody now: an ERROR naming it fails nothing.
+    QVERIFY(!session->receiptFailed("r1", QStringLiteral("late")));
+}
+
+void SessionTest::unsolicitedQueueIsBounded_data()
+{
+    QTest::addColumn<int>("limit");
+    QTest::addColumn<int>("pushed");
+    QTest::addColumn<int>("firstKept");
+    QTest::newRow("below the limit") << 5 << 3 << 0;
+    QTest::newRow("at the limit") << 5 << 5 << 0;
+    QTest::newRow("beyond it: the oldest go") << 5 << 12 << 7;
+}
+
+void SessionTest::unsolicitedQueueIsBounded()
+{
+    QFETCH(int, limit);
+    QFETCH(int, pushed);
+    QFETCH(int, firstKept);
+    const auto session = openSession(limit);
+    for (int i = 0; i < pushed; ++i) {
+        Frame message("MESSAGE");
+        message.body = QByteArray::number(i);
+        session->pushUnsolicited(message);
+    }
+    QCOMPARE(session->droppedUnsolicited(), qint64(firstKept));
+    for (int i = firstKept; i < pushed; ++i) {
+        Frame message;
+        QString error;
+        QCOMPARE(session->awaitUnsolicited(QDeadlineTimer(0), &message, &error),
+                 Session::Outcome::Done);
+        QCOMPARE(message.body, QByteArray::number(i));
+    }
+    Frame none;
+    QString error;
+    QCOMPARE(session->awaitUnsolicited(QDeadlineTimer(0), &none, &error),
+             Session::Outcome::TimedOut);
+}
+
+QTEST_GUILESS_MAIN(SessionTest)
+#include "tst_session.moc"
