@@ -7,6 +7,7 @@
 #include <QTcpSocket>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -115,7 +116,7 @@ void Connection::open(const std::shared_ptr<Session> &next, const BrokerSettings
     connect(socket, &QTcpSocket::errorOccurred, this, &Connection::onSocketError);
     connect(socket, &QTcpSocket::disconnected, this, &Connection::onDisconnected);
     connect(socket, &QTcpSocket::bytesWritten, this, [this] {
-        lastWrite.restart();
+        markWritten();
         if (socket && socket->bytesToWrite() == 0) {
             stomp::SyncLocker locker(&writeLock);
             if (pending.isEmpty())
@@ -194,6 +195,8 @@ void Connection::writeDirect(const QByteArray &head, const QByteArray &body,
             break;
         }
     }
+    if (done > 0)
+        markWritten();
     if (done == total)
         return;
     if (error != EAGAIN && error != EWOULDBLOCK) {
@@ -220,6 +223,22 @@ void Connection::writeDirect(const QByteArray &head, const QByteArray &body,
     post([this] { flushPending(); });
 }
 
+void Connection::markWritten()
+{
+    lastWriteAt.store(std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::steady_clock::now().time_since_epoch())
+                          .count(),
+                      std::memory_order_relaxed);
+}
+
+qint64 Connection::msSinceWrite() const
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+               .count()
+        - lastWriteAt.load(std::memory_order_relaxed);
+}
+
 void Connection::closeDirect()
 {
     if (directDescriptor >= 0)
@@ -235,7 +254,7 @@ void Connection::flushPending()
     socket->write(pending);
     pending.clear();
     socketBuffered = true;
-    lastWrite.restart();
+    markWritten();
 }
 
 void Connection::send(const std::shared_ptr<Session> &target, const QByteArray &head,
@@ -420,13 +439,13 @@ void Connection::startHeartBeats(const QByteArray &serverHeartBeat)
     if (expectEveryMs > 0)
         receiveTimer->start(qMax(expectEveryMs / 4, 10));
     lastRead.restart();
-    lastWrite.restart();
+    markWritten();
 }
 
 void Connection::sendHeartBeat()
 {
     // Any frame counts as a sign of life; an EOL is the cheapest one.
-    if (socket && lastWrite.elapsed() >= sendEveryMs / 2)
+    if (socket && msSinceWrite() >= sendEveryMs / 2)
         write(QByteArrayLiteral("\n"));
 }
 
@@ -532,7 +551,7 @@ void Connection::writeLocked(const QByteArray &bytes)
     }
     socket->write(bytes);
     socketBuffered = true;
-    lastWrite.restart();
+    markWritten();
 }
 
 QString Connection::brokerRefusal(const Frame &error) const

@@ -12,6 +12,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -83,6 +84,8 @@ private:
     void flushPending();
     // Callers write to the socket no more; writeLock held.
     void closeDirect();
+    void markWritten();
+    qint64 msSinceWrite() const;
     void sendConnect();
     void onReadyRead();
     void handle(const Frame &frame);
@@ -113,7 +116,10 @@ private:
     QTimer *sendTimer;
     QTimer *receiveTimer;
     QElapsedTimer lastRead;
-    QElapsedTimer lastWrite;
+    // Written by callers too (direct writes), so a plain clock value: any
+    // frame counts as a sign of life, and no heart-beat goes out, and
+    // pushes the next request onto the I/O thread, while requests flow.
+    std::atomic<qint64> lastWriteAt { 0 }; // steady clock, ms
     QString lastBrokerError;
     int sendEveryMs = 0;
     int expectEveryMs = 0;

@@ -56,6 +56,7 @@ private slots:
     void handshakeFailures_data();
     void handshakeFailures();
     void heartBeatsKeepTheConnection();
+    void requestsStandInForHeartBeats();
     void missedHeartBeatsLoseTheConnection();
     void hangupFailsTheWaitingCallAtOnce();
     void malformedFrameLosesTheConnection();
@@ -242,6 +243,45 @@ void TransportFaultsTest::heartBeatsKeepTheConnection()
     QVERIFY(transport->isConnected());
     QCOMPARE(lost.count(), 0);
     QVERIFY2(received >= 3, qPrintable(QString::number(received)));
+    fake.stop();
+}
+
+void TransportFaultsTest::requestsStandInForHeartBeats()
+{
+    // Any frame is a sign of life: while requests flow, no heart-beat goes
+    // out (one would also push the next request onto the I/O thread).
+    qputenv("NUV_STOMP_HEARTBEAT_MS", "500");
+    std::atomic<qint64> received { 0 };
+    FakeBroker fake([&](FakeLink &link) {
+        if (!link.handshake("0,500"))
+            return;
+        Frame send;
+        while (!fake.stopping()) {
+            if (link.next(&send, 100) && send.command == "SEND")
+                link.write(
+                    replyFrame(send.header("correlation-id"), command(QStringLiteral("OK"))));
+            received = link.heartBeatsReceived();
+        }
+    });
+    const quint16 port = fake.listen();
+    auto transport = stomp::newTransport();
+    QVERIFY2(transport->connectToBroker(QStringLiteral("127.0.0.1"), port),
+             qPrintable(transport->lastErrorText));
+    QElapsedTimer clock;
+    clock.start();
+    int calls = 0;
+    while (clock.elapsed() < 2500) {
+        const CallResult result = call(transport.get(), command(QStringLiteral("CFBUSY")), 30);
+        QVERIFY2(result.ok, qPrintable(result.error));
+        ++calls;
+        QThread::msleep(20);
+    }
+    // Four intervals long: a beat would have gone out every 250 ms without
+    // the requests. One slack for a scheduler stall on a loaded machine.
+    QVERIFY2(
+        received <= 1,
+        qPrintable(
+            QStringLiteral("%1 heart-beats during %2 requests").arg(qint64(received)).arg(calls)));
     fake.stop();
 }
 
