@@ -195,6 +195,8 @@ private Q_SLOTS:
     void decodesAsQDataStream();
     void base64AsQByteArray_data();
     void base64AsQByteArray();
+    void largestMessageThatFits_data();
+    void largestMessageThatFits();
 };
 
 void WireReferenceTest::encodesAsQDataStream_data()
@@ -306,6 +308,27 @@ void WireReferenceTest::base64AsQByteArray()
     QCOMPARE(nuv::bytesFromBase64Text(text), QByteArray::fromBase64(text.toUtf8()));
     const QByteArray bytes = text.toUtf8();
     QCOMPARE(nuv::base64Text(bytes), QString::fromLatin1(bytes.toBase64()));
+}
+
+void WireReferenceTest::largestMessageThatFits_data()
+{
+    QTest::addColumn<qint64>("bytes");
+    QTest::addColumn<bool>("fits");
+    QTest::newRow("nothing") << qint64(0) << true;
+    QTest::newRow("one byte") << qint64(1) << true;
+    // The text of 805,306,320 bytes is 1,073,741,760 characters.
+    QTest::newRow("the largest") << qint64(805306320) << true;
+    QTest::newRow("one more") << qint64(805306321) << false;
+    QTest::newRow("where 4/3 of it overflows int") << qint64(1610612736) << false;
+    QTest::newRow("the largest QByteArray") << qint64(std::numeric_limits<int>::max()) << false;
+    QTest::newRow("negative") << qint64(-1) << false;
+}
+
+void WireReferenceTest::largestMessageThatFits()
+{
+    QFETCH(qint64, bytes);
+    QFETCH(bool, fits);
+    QCOMPARE(nuv::fitsBase64Text(bytes), fits);
 }
 
 QTEST_GUILESS_MAIN(WireReferenceTest)

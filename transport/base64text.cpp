@@ -25,6 +25,8 @@ constexpr std::array<signed char, 128> decodeTable = makeDecodeTable();
 QString base64Text(const QByteArray &bytes)
 {
     const int size = bytes.size();
+    if (!fitsBase64Text(size))
+        return QString();
     QString text(((size + 2) / 3) * 4, Qt::Uninitialized);
     ushort *out = reinterpret_cast<ushort *>(text.data());
     const auto *in = reinterpret_cast<const uchar *>(bytes.constData());
@@ -57,7 +59,7 @@ QByteArray bytesFromBase64Text(const QString &text)
 {
     const int size = text.size();
     const ushort *in = text.utf16();
-    QByteArray bytes((size * 3) / 4, Qt::Uninitialized);
+    QByteArray bytes(int(qint64(size) * 3 / 4), Qt::Uninitialized);
     auto *out = reinterpret_cast<uchar *>(bytes.data());
     int written = 0;
     uint pending = 0;

@@ -14,6 +14,16 @@
  */
 namespace nuv {
 
+// Whether the base64 text of `byteCount` bytes fits a QString (about 1.07
+// billion characters, so 805 MB of bytes). Larger messages cannot be sent;
+// the size arithmetic would overflow `int` on the way.
+constexpr bool fitsBase64Text(qint64 byteCount)
+{
+    constexpr qint64 maxTextChars = (qint64(1) << 30) - 64;
+    return byteCount >= 0 && (byteCount + 2) / 3 * 4 <= maxTextChars;
+}
+
+// A null QString when the bytes do not fit (see fitsBase64Text()).
 QString base64Text(const QByteArray &bytes);
 QByteArray bytesFromBase64Text(const QString &text);
 

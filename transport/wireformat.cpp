@@ -181,6 +181,10 @@ QByteArray nuvMQClassifyMessage::toWireBytes() const
         + wireSize(errorText) + 1 + 8 + wireSize(docId) + 1 + wireSize(updateString)
         + wireSize(dataList) + wireSize(data) + wireSize(currentArchive)
         + wireSize(availablePlugins);
+    // Beyond what its text can carry the message cannot go out anyway, and
+    // its size no longer fits the arithmetic below.
+    if (!nuv::fitsBase64Text(size))
+        return QByteArray();
     QByteArray bytes(int(size), Qt::Uninitialized);
     WireWriter out(bytes.data());
     out.text(headerText4);
@@ -227,8 +231,10 @@ void nuvMQClassifyMessage::fromWireBytes(const QByteArray &bytes)
 
 bool nuvMQClassifyMessage::convertToBase64(QString &out)
 {
-    out = nuv::base64Text(toWireBytes());
-    return true;
+    const QByteArray bytes = toWireBytes();
+    out = nuv::base64Text(bytes);
+    // A message has at least its header bytes: null means too large.
+    return !bytes.isNull();
 }
 
 bool nuvMQClassifyMessage::convertFromBase64(const QString &in)
