@@ -1,15 +1,11 @@
 // The synchronous exchange and the common operation pattern built on it.
 
 #include "nuvclassifyclient.h"
-
 #include "nuvmqclientinterface.h"
 
 #include <QThread>
 
 namespace {
-// The kind and the trailing arguments of every classify message; their
-// meaning belongs to the transport.
-constexpr int classifyMessageKind = 1001;
 
 // What an exchange that got no answer gives back: the status every reply
 // test fails on, with the reason as error text.
@@ -50,7 +46,7 @@ NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock blo
 
         exchangingThread.store(self);
         const bool answered
-            = mqClient->sendSyncMessage(&requestMessage, &replyMessage, classifyMessageKind,
+            = mqClient->sendSyncMessage(&requestMessage, &replyMessage, nuvClassifyMessageKind,
                                         qint64(timeout), 0, QString(), nullptr);
         exchangingThread.store(nullptr);
         if (!answered)

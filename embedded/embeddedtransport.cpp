@@ -6,8 +6,6 @@
 #include <QRandomGenerator>
 
 namespace {
-// The message kind of classify commands.
-constexpr int classifyMessageKind = 1001;
 
 QString randomToken()
 {
@@ -67,10 +65,10 @@ bool EmbeddedTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
         lastErrorText = QStringLiteral("embedded transport: not connected");
         return false;
     }
-    if (!request || !reply || kind != classifyMessageKind) {
+    if (!request || !reply || kind != nuvClassifyMessageKind) {
         lastErrorText = QStringLiteral("embedded transport: only classify messages (kind %1) "
                                        "are supported")
-                            .arg(classifyMessageKind);
+                            .arg(nuvClassifyMessageKind);
         return false;
     }
     // Both directions go through the wire text, as over a broker.
@@ -128,15 +126,11 @@ bool EmbeddedTransport::receiveStream(const QString &, qint64)
     return notSupported("receiveStream");
 }
 
-void EmbeddedTransport::setUserName(const QString &name)
-{
-    userName = name;
-}
+// The engine knows the user from the session token, and an in-process
+// connection has no broker to present a client id to.
+void EmbeddedTransport::setUserName(const QString &) { }
 
-void EmbeddedTransport::setClientId(const QString &id)
-{
-    clientId = id;
-}
+void EmbeddedTransport::setClientId(const QString &) { }
 
 bool EmbeddedTransport::isConnected()
 {

@@ -49,8 +49,6 @@ private:
 
     std::unique_ptr<nuvserver::ServerEngine> engine;
     QString token;
-    QString userName;
-    QString clientId;
 };
 
 #endif // EMBEDDEDTRANSPORT_H

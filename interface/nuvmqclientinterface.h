@@ -9,6 +9,9 @@
 
 class nuvMQMessage;
 
+// The message kind of classify commands, the `kind` of sendSyncMessage.
+constexpr int nuvClassifyMessageKind = 1001;
+
 /*
  * The contract of a message-queue transport plugin ("libnuvactivemqclient.so").
  *
@@ -48,7 +51,8 @@ public Q_SLOTS:
     //    per-message overrides that a classify client leaves at 0, "" and null.
     virtual bool sendSyncMessage(nuvMQMessage *request, nuvMQMessage *reply, int kind,
                                  qint64 timeoutSeconds, int priority, QString destination,
-                                 void *context) = 0;
+                                 void *context)
+        = 0;
     // 5. Sends `message` without waiting for an answer.
     virtual bool sendAsyncMessage(nuvMQMessage *message, int kind) = 0;
     // 6. Waits at most `timeoutSeconds` for an unsolicited message (one not

@@ -210,7 +210,8 @@ int main(int argc, char *argv[])
         { QStringLiteral("transport sendSyncMessage"),
           QStringLiteral("transport"),
           [&] {
-              return transport->sendSyncMessage(&request, &reply, 1001, 30, 0, QString(), nullptr);
+              return transport->sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 30, 0,
+                                                QString(), nullptr);
           },
           {} },
         { QStringLiteral("classify command getArchives()"),

@@ -40,8 +40,8 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
         nuvMQClassifyMessage login
             = command(QStringLiteral("CFLOGIN"), { plan.user, plan.password, QString() });
         nuvMQClassifyMessage reply;
-        if (!transport->sendSyncMessage(&login, &reply, 1001, plan.timeoutSeconds, 0, QString(),
-                                        nullptr)
+        if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, plan.timeoutSeconds,
+                                        0, QString(), nullptr)
             || reply.command.contains(QLatin1String("ERROR"))) {
             mine.failures << QStringLiteral("thread %1: login failed: %2 %3")
                                  .arg(index)
@@ -55,8 +55,8 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
             nuvMQClassifyMessage answer;
             QElapsedTimer clock;
             clock.start();
-            const bool ok = transport->sendSyncMessage(&request, &answer, 1001, plan.timeoutSeconds,
-                                                       0, QString(), nullptr);
+            const bool ok = transport->sendSyncMessage(&request, &answer, nuvClassifyMessageKind,
+                                                       plan.timeoutSeconds, 0, QString(), nullptr);
             mine.latenciesMicros.append(clock.nsecsElapsed() / 1000);
             if (!ok)
                 mine.failures
@@ -94,14 +94,6 @@ LoadResult runLoad(const LoadPlan &plan)
         thread.join();
     result.wallMillis = wall.elapsed();
     return result;
-}
-
-double medianMillis(QVector<qint64> micros)
-{
-    if (micros.isEmpty())
-        return 0;
-    std::sort(micros.begin(), micros.end());
-    return double(micros.at(micros.size() / 2)) / 1000.0;
 }
 
 double percentileMillis(QVector<qint64> micros, double p)

@@ -42,8 +42,6 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items);
 // Runs the plan; blocks until every thread is done.
 LoadResult runLoad(const LoadPlan &plan);
 
-// The median of the latencies, in milliseconds.
-double medianMillis(QVector<qint64> micros);
 // The latency that the fraction `p` (0 to 1) of the calls did not exceed,
 // in milliseconds (nearest rank).
 double percentileMillis(QVector<qint64> micros, double p);
