@@ -64,7 +64,8 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     bool answered = false;
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
     std::thread caller([&] {
-        answered = transport->sendSyncMessage(&request, &reply, 1001, 60, 0, QString(), nullptr);
+        answered = transport->sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 60, 0,
+                                              QString(), nullptr);
     });
     // A failed check returns early; the thread still ends before its data.
     const kesptest::JoinOnExit joinCaller { caller };
@@ -130,6 +131,10 @@ void KespRedelivery::callerGoneBeforeTheReply()
     caller.close();
     QVERIFY2(server.waitForLog(QStringLiteral("CFDOCGETARCHIVES user=-"), 1, 20000),
              qPrintable(server.log()));
+    // The broker refused the reply to the vanished queue and said so on the
+    // server's connection, which stays.
+    QVERIFY2(server.waitForLog(QStringLiteral("the broker reports: "), 1, 20000),
+             qPrintable(server.log()));
 
     const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
     QVERIFY(transport);
@@ -139,7 +144,8 @@ void KespRedelivery::callerGoneBeforeTheReply()
     login.command = QStringLiteral("CFLOGIN");
     login.setDataList({ kesptest::user, kesptest::password, QString() });
     nuvMQClassifyMessage reply;
-    QVERIFY2(transport->sendSyncMessage(&login, &reply, 1001, 30, 0, QString(), nullptr),
+    QVERIFY2(transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
+                                        nullptr),
              qPrintable(transport->lastErrorText + QLatin1Char('\n') + server.log()));
     QVERIFY(!reply.command.contains(QLatin1String("ERROR")));
     transport->disconnectFromBroker();

@@ -130,6 +130,23 @@ void KespReplay::forgottenRecordsRunAgain()
     QCOMPARE(kesptest::countRows(space->database,
                                  QStringLiteral("SELECT count(*) FROM processed_requests")),
              qint64(2)); // younger than an hour
+
+    // Once its record is older than that, the clipboard's is forgotten, and
+    // the same request key runs again instead of being replayed.
+    testdatabase::queryOnce(space->database,
+                            QStringLiteral("UPDATE processed_requests SET processed = "
+                                           "'2000-01-01 00:00:00' WHERE request_key = 'k'"));
+    engine->forgetProcessedRequests(1);
+    QCOMPARE(kesptest::countRows(space->database,
+                                 QStringLiteral("SELECT count(*) FROM processed_requests")),
+             qint64(1));
+    const nuvMQClassifyMessage again
+        = command(QStringLiteral("CFADDCLIPBOARD"), { QStringLiteral("kept again") });
+    engine->handle(again, token, QStringLiteral("k"), &replayed);
+    QVERIFY(!replayed);
+    QCOMPARE(
+        kesptest::countRows(space->database, QStringLiteral("SELECT count(*) FROM clipboards")),
+        qint64(2));
 }
 
 QTEST_GUILESS_MAIN(KespReplay)

@@ -27,7 +27,8 @@ QString loginAndWrite(const stomp::BrokerEnv &broker, const QString &clipboard)
            command(QStringLiteral("CFADDCLIPBOARD"), { clipboard }) }) {
         nuvMQClassifyMessage request = step;
         nuvMQClassifyMessage reply;
-        if (!transport->sendSyncMessage(&request, &reply, 1001, 30, 0, QString(), nullptr))
+        if (!transport->sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 30, 0, QString(),
+                                        nullptr))
             return transport->lastErrorText;
         if (reply.command.contains(QLatin1String("ERROR")))
             return reply.errorText;
@@ -66,6 +67,12 @@ void KespRestart::serverReconnectsAfterBrokerRestart()
     QVERIFY2(stomp::BrokerEnv::script(QStringLiteral("stop"), &output), qPrintable(output));
     // Refused while the broker is down, with pauses that grow.
     QVERIFY2(server.waitForLog(QStringLiteral("trying again in 500 ms"), 1, 30000),
+             qPrintable(server.log()));
+    QVERIFY2(server.waitForLog(QStringLiteral("trying again in 1000 ms"), 1, 30000),
+             qPrintable(server.log()));
+    // Asked for its health meanwhile, it says so.
+    ::kill(pid_t(server.pid()), SIGUSR1);
+    QVERIFY2(server.waitForLog(QStringLiteral("status: not connected;"), 1, 10000),
              qPrintable(server.log()));
     QVERIFY2(stomp::BrokerEnv::script(QStringLiteral("start"), &output), qPrintable(output));
     QVERIFY2(server.waitForLog(QStringLiteral(": serving "), 2, 60000), qPrintable(server.log()));

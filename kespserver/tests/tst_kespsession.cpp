@@ -19,6 +19,7 @@ private slots:
     void failedCommandsAreAnsweredAndLogged();
     void statusOnSignal();
     void servesOverTls();
+    void brokerPasscodeNeverLogged();
     void cleanupTestCase();
 
 private:
@@ -158,6 +159,26 @@ void KespSession::servesOverTls()
     QVERIFY2(server->waitForLog(QStringLiteral("CFDOCGETARCHIVES user=admin"), 1, 10000),
              qPrintable(server->log()));
     QCOMPARE(server->countInLog(QStringLiteral("CFDOCGETARCHIVES user=admin")), 1);
+}
+
+void KespSession::brokerPasscodeNeverLogged()
+{
+    // Refused by the broker: the instance logs why and tries again, and the
+    // passcode it offered appears nowhere in its log.
+    const QByteArray rightPasscode = qgetenv("NUV_STOMP_PASSCODE");
+    qputenv("NUV_STOMP_PASSCODE", "wrong-pass-7");
+    kesp::ServerProcess refused(QStringLiteral("refused"), space.database,
+                                kesptest::brokerAddress(broker),
+                                space.path(QStringLiteral("refused.log")));
+    const bool served = refused.start(3000);
+    qputenv("NUV_STOMP_PASSCODE", rightPasscode);
+    QVERIFY2(!served, qPrintable(refused.log()));
+    QVERIFY2(refused.waitForLog(QStringLiteral("trying again in"), 1, 20000),
+             qPrintable(refused.log()));
+    QVERIFY2(refused.log().contains(QLatin1String("refused the connection")),
+             qPrintable(refused.log()));
+    QVERIFY2(!refused.log().contains(QLatin1String("wrong-pass-7")), qPrintable(refused.log()));
+    QVERIFY2(refused.stop(), qPrintable(refused.log()));
 }
 
 void KespSession::cleanupTestCase()
