@@ -5,6 +5,7 @@
 // that never sends its ACK), so the moment of death is exact.
 
 #include "kesptest.h"
+#include "loadclient.h"
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
 #include "requestserver.h"
@@ -22,6 +23,7 @@ class KespRedelivery : public QObject
 private slots:
     void committedButUnacknowledgedIsReplayed();
     void callerGoneBeforeTheReply();
+    void expiredRequestIsDroppedUnanswered();
 };
 
 void KespRedelivery::committedButUnacknowledgedIsReplayed()
@@ -151,6 +153,51 @@ void KespRedelivery::callerGoneBeforeTheReply()
     transport->disconnectFromBroker();
     QVERIFY2(server.stop(), qPrintable(server.log()));
     QVERIFY2(server.log().contains(QLatin1String("connections 1;")), qPrintable(server.log()));
+}
+
+void KespRedelivery::expiredRequestIsDroppedUnanswered()
+{
+    // A request that waited past its `expires` (here: in the socket of an
+    // instance that was stopped) has a caller who gave up: it is
+    // acknowledged, neither run nor answered, and counted.
+    const stomp::BrokerEnv broker;
+    const QString problem = kesptest::useBroker(broker, QStringLiteral("expiry"));
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+    const kesptest::Workspace space;
+    QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
+    kesp::ServerProcess server(QStringLiteral("expiry"), space.database,
+                               kesptest::brokerAddress(broker),
+                               space.path(QStringLiteral("server.log")));
+    QVERIFY2(server.start(), qPrintable(server.log()));
+
+    stomp::Peer caller;
+    QVERIFY2(caller.open(broker.peerOptions()), qPrintable(caller.errorText()));
+    QVERIFY2(caller.subscribe("answers", "/temp-queue/expiry"), qPrintable(caller.errorText()));
+    ::kill(pid_t(server.pid()), SIGSTOP);
+    nuvMQClassifyMessage request
+        = kesp::command(QStringLiteral("CFADDCLIPBOARD"), { QStringLiteral("too late") });
+    QString body;
+    request.convertToBase64(body);
+    stomp::Frame send("SEND");
+    send.add("destination", qgetenv("NUV_STOMP_REQUEST_QUEUE"))
+        .add("reply-to", "/temp-queue/expiry")
+        .add("correlation-id", "expiry-1")
+        .add("expires", QByteArray::number(QDateTime::currentMSecsSinceEpoch() + 300));
+    send.body = body.toLatin1();
+    QVERIFY(caller.send(send));
+    QThread::msleep(800); // past the request's expiry, well within a heart-beat
+    ::kill(pid_t(server.pid()), SIGCONT);
+
+    QVERIFY2(
+        server.waitForLog(QStringLiteral("expired request expiry-1 dropped unanswered"), 1, 20000),
+        qPrintable(server.log()));
+    stomp::Frame answer;
+    QVERIFY2(!caller.receive(&answer, 1000), answer.body.constData());
+    QCOMPARE(kesptest::countRows(space.database, QStringLiteral("SELECT count(*) FROM clipboards")),
+             qint64(0));
+    caller.close();
+    QVERIFY2(server.stop(), qPrintable(server.log()));
+    QVERIFY2(server.reported(QStringLiteral("expired")) == 1, qPrintable(server.log()));
 }
 
 QTEST_GUILESS_MAIN(KespRedelivery)
