@@ -30,8 +30,7 @@ struct Command
 
     constexpr explicit Command(const char *commandWord)
         : word(commandWord)
-    {
-    }
+    { }
     constexpr Command unlocked() const
     {
         Command c = *this;

@@ -18,6 +18,20 @@ NuvKespClassifyBlock failedExchange(const QString &why)
 }
 } // namespace
 
+QString NuvClassifyClient::insideExchangeText()
+{
+    return tr("A command was sent from within the transport's own call; it is refused so as "
+              "not to wait on itself.");
+}
+
+bool NuvClassifyClient::refusedInsideExchange()
+{
+    if (exchangingThread.load() != QThread::currentThreadId())
+        return false;
+    setLastError(insideExchangeText());
+    return true;
+}
+
 NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock block, int timeout)
 {
     // An operation called before any login has nothing to send through;
@@ -26,8 +40,7 @@ NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock blo
         return failedExchange(tr("Not connected: call connectToNuvKESP() before any command."));
     const Qt::HANDLE self = QThread::currentThreadId();
     if (exchangingThread.load() == self)
-        return failedExchange(tr("A command was sent from within the transport's own call; "
-                                 "it is refused so as not to wait on itself."));
+        return failedExchange(insideExchangeText());
 
     NuvKespClassifyBlock result;
     {

@@ -12,6 +12,8 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
 bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, QString pass,
                                          QString loginExtra)
 {
+    if (refusedInsideExchange())
+        return false;
     nuv::MutexLocker locker(mutex);
 
     // Kept even when the login fails, so a host can show what was tried.
@@ -31,25 +33,20 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
     }
     mqClient->setUserName(user);
 
-    NuvKespClassifyBlock request;
-    request.command = QStringLiteral("CFLOGIN");
-    request.dataList = QStringList { user, pass, loginExtra };
-    const NuvKespClassifyBlock reply = sendSyncCommand(request, 30);
-
     // Unlike the common pattern, any status that merely contains "ERROR"
     // refuses the login.
-    if (!reply.command.contains(QLatin1String("ERROR"))) {
+    NuvKespClassifyBlock reply;
+    if (exchange(nuv::Command("CFLOGIN").testedBy(nuv::ReplyTest::ErrorContained),
+                 nuv::listFields({ user, pass, loginExtra }), reply)) {
         if (!reply.data.isEmpty()
             && nuv::textFromBytes(reply.data.first()) != QLatin1String(clientVersion)) {
-            const QString mismatch = tr("The server and client versions do not match. Please "
-                                        "update server and client to the same version.");
-            setLastError(mismatch);
             // Both take no operation lock, which is what makes this safe.
             closeSession();
             disconnectFromNuvKESP();
-            // A server that also refuses to close the session must not hide
-            // the reason the host has to act on.
-            setLastError(mismatch);
+            // Set after the close, whose own failure must not hide the
+            // reason the host has to act on.
+            setLastError(tr("The server and client versions do not match. Please update server "
+                            "and client to the same version."));
             return false;
         }
         disconnected = false;
@@ -63,7 +60,6 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
         return true;
     }
 
-    setLastError(reply.errorText);
     locker.unlock();
     // An expired password keeps the connection for changeExpiredPass().
     if (reply.errorText.startsWith(QLatin1String("Password expired"))

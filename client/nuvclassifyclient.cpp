@@ -5,8 +5,7 @@
 NuvClassifyClient::NuvClassifyClient(QString pluginPath)
     : mutex(new QMutex)
     , pluginPath(std::move(pluginPath))
-{
-}
+{ }
 
 NuvClassifyClient::~NuvClassifyClient()
 {

@@ -208,6 +208,8 @@ private:
     Result perform(const nuv::Command &command, NuvKespClassifyBlock request, Result failure,
                    OnSuccess onSuccess)
     {
+        if (refusedInsideExchange())
+            return failure;
         nuv::MutexLocker locker(command.locked ? mutex : nullptr);
         NuvKespClassifyBlock reply;
         if (!exchange(command, std::move(request), reply))
@@ -218,6 +220,12 @@ private:
     bool perform(const nuv::Command &command, NuvKespClassifyBlock request = {});
     // For commands whose result is the reply's string list.
     QStringList performForList(const nuv::Command &command, NuvKespClassifyBlock request = {});
+    // True, with the last error set, when the calling thread is inside the
+    // transport's own call (a slot connected directly to one of its
+    // signals): an operation from there would wait on the exchange under
+    // way, or on the operation lock that exchange holds, for ever.
+    bool refusedInsideExchange();
+    static QString insideExchangeText();
     // Send, test and record; no locking. True when the reply passed.
     bool exchange(const nuv::Command &command, NuvKespClassifyBlock request,
                   NuvKespClassifyBlock &reply);

@@ -1,7 +1,6 @@
 // Loading the message-queue transport plugin.
 
 #include "nuvclassifyclient.h"
-
 #include "nuvmqclientinterface.h"
 
 #include <QCoreApplication>

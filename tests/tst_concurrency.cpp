@@ -143,6 +143,9 @@ public Q_SLOTS:
 
 using Call = std::function<void(ClassifyInterface *)>;
 Q_DECLARE_METATYPE(Call)
+// An operation and how it went: "refused" when it reported failure.
+using Inner = std::function<QString(ClassifyInterface *)>;
+Q_DECLARE_METATYPE(Inner)
 
 // Runs `call` on the client from inside the first signal connected to run().
 class ReentrantReceiver : public QObject
@@ -180,6 +183,7 @@ private Q_SLOTS:
     void slotMayCallUnlockedOperation();
     void slotDuringOtherLockedOperations_data();
     void slotDuringOtherLockedOperations();
+    void connectionLostInsideTransportCall_data();
     void connectionLostInsideTransportCall();
 };
 
@@ -389,12 +393,34 @@ void ConcurrencyTest::slotDuringOtherLockedOperations()
                            QStringLiteral("sendSyncMessage CFSERVERVERSION") }));
 }
 
+void ConcurrencyTest::connectionLostInsideTransportCall_data()
+{
+    // What a slot on the disconnect signal tries from inside the call.
+    QTest::addColumn<Inner>("inner");
+    QTest::newRow("an operation without the lock") << Inner([](ClassifyInterface *c) {
+        const QString version = c->getServerVersion();
+        return version.isEmpty() ? QStringLiteral("refused") : version;
+    });
+    QTest::newRow("an operation that takes the lock") << Inner([](ClassifyInterface *c) {
+        return c->getRoles().isEmpty() ? QStringLiteral("refused") : QStringLiteral("ran");
+    });
+    QTest::newRow("a new login") << Inner([](ClassifyInterface *c) {
+        return c->connectToNuvKESP(QStringLiteral("host"), 1, QStringLiteral("u"),
+                                   QStringLiteral("p"))
+            ? QStringLiteral("ran")
+            : QStringLiteral("refused");
+    });
+}
+
 void ConcurrencyTest::connectionLostInsideTransportCall()
 {
+    QFETCH(Inner, inner);
     ClientPtr client = loggedInClient();
-    QString innerVersion = QStringLiteral("untouched");
-    ReentrantReceiver receiver(client.get(), [&innerVersion](ClassifyInterface *c) {
-        innerVersion = c->getServerVersion();
+    QString innerResult = QStringLiteral("untouched");
+    QString innerError;
+    ReentrantReceiver receiver(client.get(), [&](ClassifyInterface *c) {
+        innerResult = inner(c);
+        innerError = c->errorString();
     });
     QVERIFY(QObject::connect(client.get(), SIGNAL(clientDisconnect()), &receiver, SLOT(run()),
                              Qt::DirectConnection));
@@ -406,11 +432,13 @@ void ConcurrencyTest::connectionLostInsideTransportCall()
     });
 
     // The command sent from inside the transport's call is refused rather
-    // than left waiting for the exchange that is under way.
+    // than left waiting for the exchange that is under way or for the lock
+    // it holds.
     QCOMPARE(client->getRoles(), QStringList { "outer" });
     QVERIFY(receiver.called);
-    QCOMPARE(innerVersion, QString());
-    QVERIFY(!client->errorString().isEmpty());
+    QCOMPARE(innerResult, QStringLiteral("refused"));
+    QVERIFY2(innerError.contains(QLatin1String("within the transport's own call")),
+             qPrintable(innerError));
     QCOMPARE(exchangeCount(), 1);
 
     // Once the call is over, commands go out again.
