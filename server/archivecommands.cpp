@@ -185,18 +185,19 @@ void saveFolders(Context &ctx, const QString &structure)
         }
     }
     QVariantList values { structure };
-    const QString kept = inList(keys, values);
+    const QString dropped = notInList(QStringLiteral("f.key"), keys, values);
     const QVariant busy = scalar(ctx.db,
                                  QStringLiteral("SELECT f.key FROM folders f JOIN documents d"
                                                 " ON d.folder_key = f.key WHERE f.structure = ?"
-                                                " AND f.key NOT IN (")
-                                     + kept + QStringLiteral(") LIMIT 1"),
+                                                " AND ")
+                                     + dropped + QStringLiteral(" LIMIT 1"),
                                  values);
     if (busy.isValid())
         fail(QStringLiteral("folder '%1' still holds documents").arg(busy.toString()));
+    values = { structure };
     run(ctx.db,
-        QStringLiteral("DELETE FROM folders WHERE structure = ? AND key NOT IN (") + kept
-            + QLatin1Char(')'),
+        QStringLiteral("DELETE FROM folders WHERE structure = ? AND ")
+            + notInList(QStringLiteral("key"), keys, values),
         values);
     for (int i = 0; i < records.size(); ++i) {
         const QStringList fields = splitFields(records.at(i));

@@ -22,11 +22,11 @@ qint64 requireClipboard(Context &ctx, ClipboardUse use)
     bool allowed = owner.isValid() && (owner.toLongLong() == ctx.user().userId || ctx.isAdmin());
     if (owner.isValid() && !allowed && use == ClipboardUse::Cards) {
         QVariantList values { id };
-        const QString held = inList(ctx.principals(), values);
+        const QString held = inList(QStringLiteral("principal"), ctx.principals(), values);
         allowed = exists(ctx.db,
                          QStringLiteral("SELECT 1 FROM clipboard_roles WHERE clipboard_id = ?"
-                                        " AND principal IN (")
-                             + held + QLatin1Char(')'),
+                                        " AND ")
+                             + held,
                          values);
     }
     if (!owner.isValid() || (!allowed && use == ClipboardUse::Cards))
@@ -72,13 +72,13 @@ void removeClipboard(Context &ctx)
 void readClipboards(Context &ctx)
 {
     QVariantList values { ctx.user().userId };
-    const QString held = inList(ctx.principals(), values);
+    const QString held = inList(QStringLiteral("r.principal"), ctx.principals(), values);
     QSqlQuery query
         = run(ctx.db,
               QStringLiteral("SELECT c.id, c.name FROM clipboards c WHERE c.owner_id = ?"
                              " OR EXISTS (SELECT 1 FROM clipboard_roles r WHERE"
-                             " r.clipboard_id = c.id AND r.principal IN (")
-                  + held + QStringLiteral(")) ORDER BY c.id"),
+                             " r.clipboard_id = c.id AND ")
+                  + held + QStringLiteral(") ORDER BY c.id"),
               values);
     QStringList keys;
     QList<QByteArray> names;
@@ -180,7 +180,8 @@ void clipboardRoles(Context &ctx)
 void writeClipboardRoles(Context &ctx)
 {
     const qint64 id = requireClipboard(ctx, ClipboardUse::Own);
-    parseRights(ctx.db, ctx.list()); // every entry must name a user or a role
+    for (const QString &principal : ctx.list())
+        requirePrincipal(ctx.db, principal);
     writeList(ctx.db, clipboardRoleList, id, ctx.list());
 }
 

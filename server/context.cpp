@@ -20,12 +20,10 @@ QStringList pluginsOf(const nuvMQClassifyMessage &request)
 }
 } // namespace
 
-Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options,
-                 const QString &word)
+Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options)
     : request(request)
     , db(std::move(db))
     , options(options)
-    , word(word)
     , requestArchive(archiveOf(request))
     , requestPlugins(pluginsOf(request))
 {
@@ -204,14 +202,16 @@ QString Context::documentAccess(const QString &alias, Access access, QVariantLis
     QString sql = QStringLiteral("(%1.created_by = ? OR ((NOT EXISTS (SELECT 1 FROM doc_rights dr"
                                  " WHERE dr.doc_id = %1.id) OR EXISTS (SELECT 1 FROM doc_rights dr"
                                  " WHERE dr.doc_id = %1.id AND dr.rights LIKE ?"
-                                 " AND dr.principal IN (")
+                                 " AND ")
                       .arg(alias);
     values << login() << letter;
-    sql += inList(principals(), values) + QStringLiteral(")))");
+    sql += inList(QStringLiteral("dr.principal"), principals(), values) + QStringLiteral("))");
     const QSet<QString> &hidden = hiddenFolders();
     if (!hidden.isEmpty()) {
-        sql += QStringLiteral(" AND (%1.folder_key IS NULL OR %1.folder_key NOT IN (").arg(alias);
-        sql += inList(QStringList(hidden.begin(), hidden.end()), values) + QStringLiteral("))");
+        sql += QStringLiteral(" AND (%1.folder_key IS NULL OR ").arg(alias);
+        sql += notInList(alias + QStringLiteral(".folder_key"),
+                         QStringList(hidden.begin(), hidden.end()), values)
+            + QLatin1Char(')');
     }
     return sql + QStringLiteral("))");
 }

@@ -24,9 +24,9 @@ struct Session
     QString token;
     qint64 userId = 0;
     QString login;
-    QString fullName;
     QString state; // "active", or "expired" while a password change is due
     qint64 archiveId = 0; // selected with "CFSELARCHIVE"; 0 = none
+    QString lastSeen; // "yyyy-MM-dd hh:mm:ss" UTC; kept up only with a session timeout
 };
 
 enum class Access { Read, Write };
@@ -34,14 +34,12 @@ enum class Access { Read, Write };
 class Context
 {
 public:
-    Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options,
-            const QString &word);
+    Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options);
 
     const nuvMQClassifyMessage &request;
     nuvMQClassifyMessage reply;
     QSqlDatabase db;
     const EngineOptions &options;
-    const QString word;
     const QString requestArchive; // the request's current archive
     const QStringList requestPlugins; // the request's availablePlugins list
     QString token; // the caller's connection
@@ -148,6 +146,8 @@ void createFirstAdministrator(const QSqlDatabase &db, const EngineOptions &optio
 void checkNewPassword(const EngineOptions &options, const QString &password);
 // Removes every right and restriction that names a deleted user or role.
 void forgetPrincipal(const QSqlDatabase &db, const QString &name);
+// Fails unless `name`, as it stands, is the name of a user or a role.
+void requirePrincipal(const QSqlDatabase &db, const QString &name);
 // Rights entries "principal␟rights" (rights: letters r and w, default rw);
 // every principal must be a user or a role.
 QVector<QPair<QString, QString>> parseRights(const QSqlDatabase &db, const QStringList &entries);

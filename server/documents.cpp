@@ -39,6 +39,9 @@ qint64 attributeNumber(const QSqlDatabase &db, const QString &name)
 
 void checkValue(Context &ctx, const QString &name, const QString &value)
 {
+    // An empty value clears the field, which must exist all the same.
+    const bool isAttribute = !builtin(name);
+    const qint64 attribute = isAttribute ? attributeNumber(ctx.db, name) : 0;
     if (value.isEmpty())
         return;
     if (name == QLatin1String("doctype")) {
@@ -54,14 +57,13 @@ void checkValue(Context &ctx, const QString &name, const QString &value)
     } else if (name == QLatin1String("date")) {
         if (!QDate::fromString(value, QStringLiteral("yyyy-MM-dd")).isValid())
             fail(QStringLiteral("the date must be written yyyy-MM-dd, not '%1'").arg(value));
-    } else if (!builtin(name)) {
-        const qint64 number = attributeNumber(ctx.db, name);
+    } else if (isAttribute) {
         if (exists(ctx.db, QStringLiteral("SELECT 1 FROM attribute_values WHERE attribute = ?"),
-                   { number })
+                   { attribute })
             && !exists(ctx.db,
                        QStringLiteral("SELECT 1 FROM attribute_values WHERE attribute = ?"
                                       " AND value = ?"),
-                       { number, value }))
+                       { attribute, value }))
             fail(QStringLiteral("'%1' is not in the value list of %2").arg(value, name));
     }
 }

@@ -215,6 +215,8 @@ void testMail(Context &ctx)
     if (ctx.options.mailCommand.isEmpty())
         fail(QStringLiteral("mail is not configured on this server"));
     QStringList arguments = QProcess::splitCommand(ctx.options.mailCommand);
+    if (arguments.isEmpty())
+        fail(QStringLiteral("the mail command names no program"));
     const QString program = arguments.takeFirst();
     QProcess process;
     process.start(program, arguments);

@@ -254,7 +254,8 @@ void folderRoles(Context &ctx)
 void setFolderRoles(Context &ctx)
 {
     const QString key = requireVisibleFolder(ctx, ctx.requireDocId(QStringLiteral("the folder")));
-    parseRights(ctx.db, ctx.list()); // every entry must name a user or a role
+    for (const QString &principal : ctx.list())
+        requirePrincipal(ctx.db, principal);
     writeList(ctx.db, folderRoleList, key, ctx.list());
     ctx.notifyOthers(QStringLiteral("FOLDERSUPDATE"));
 }
@@ -289,17 +290,27 @@ void forgetPrincipal(const QSqlDatabase &db, const QString &name)
             { name });
 }
 
+void requirePrincipal(const QSqlDatabase &db, const QString &name)
+{
+    // Lists of principals are stored as sent: an entry with rights appended
+    // would pass a check of its first field and then match nobody.
+    if (name.contains(fieldSeparator))
+        fail(QStringLiteral("'%1' is neither a user nor a role (it holds a field separator)")
+                 .arg(name));
+    if (!exists(db,
+                QStringLiteral("SELECT 1 FROM users WHERE login = ?"
+                               " UNION SELECT 1 FROM roles WHERE name = ?"),
+                { name, name }))
+        fail(QStringLiteral("'%1' is neither a user nor a role").arg(name));
+}
+
 QVector<QPair<QString, QString>> parseRights(const QSqlDatabase &db, const QStringList &entries)
 {
     QVector<QPair<QString, QString>> rights;
     for (const QString &entry : entries) {
         const QStringList fields = splitFields(entry);
         const QString principal = fields.at(0);
-        if (!exists(db,
-                    QStringLiteral("SELECT 1 FROM users WHERE login = ?"
-                                   " UNION SELECT 1 FROM roles WHERE name = ?"),
-                    { principal, principal }))
-            fail(QStringLiteral("'%1' is neither a user nor a role").arg(principal));
+        requirePrincipal(db, principal);
         const QString letters = fields.size() > 1 ? fields.at(1).toLower() : QStringLiteral("rw");
         for (const QChar c : letters) {
             if (c != QLatin1Char('r') && c != QLatin1Char('w'))

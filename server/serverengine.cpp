@@ -78,12 +78,11 @@ std::optional<Failure> guarded(const std::function<void()> &work)
 void admitCaller(Context &ctx, const CommandEntry &entry, const QString &token, int timeoutMinutes)
 {
     ctx.session = loadSession(ctx.db, token);
+    // Without a timeout nothing reads the last-seen time, and writing it
+    // would cost every request a row update.
     if (ctx.session && timeoutMinutes > 0) {
-        const QDateTime lastSeen = QDateTime::fromString(
-            scalar(ctx.db, QStringLiteral("SELECT last_seen FROM sessions WHERE token = ?"),
-                   { token })
-                .toString(),
-            QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+        const QDateTime lastSeen
+            = QDateTime::fromString(ctx.session->lastSeen, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
         if (lastSeen.isValid()
             && QDateTime(lastSeen.date(), lastSeen.time(), Qt::UTC).addSecs(timeoutMinutes * 60)
                 < QDateTime::currentDateTimeUtc()) {
@@ -93,7 +92,7 @@ void admitCaller(Context &ctx, const CommandEntry &entry, const QString &token, 
                 throw Failure { QStringLiteral("the session has expired; log in again"), true };
         }
     }
-    if (ctx.session)
+    if (ctx.session && timeoutMinutes > 0)
         run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
             { nowText(), token });
     if (entry.flags & Public)
@@ -115,8 +114,8 @@ std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token)
     if (token.isEmpty())
         return std::nullopt;
     QSqlQuery query = run(db,
-                          QStringLiteral("SELECT s.user_id, u.login, u.full_name, s.state,"
-                                         " coalesce(s.archive_id, 0) FROM sessions s"
+                          QStringLiteral("SELECT s.user_id, u.login, s.state,"
+                                         " coalesce(s.archive_id, 0), s.last_seen FROM sessions s"
                                          " JOIN users u ON u.id = s.user_id"
                                          " WHERE s.token = ? AND u.active = 1"),
                           { token });
@@ -126,9 +125,9 @@ std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token)
     session.token = token;
     session.userId = query.value(0).toLongLong();
     session.login = query.value(1).toString();
-    session.fullName = query.value(2).toString();
-    session.state = query.value(3).toString();
-    session.archiveId = query.value(4).toLongLong();
+    session.state = query.value(2).toString();
+    session.archiveId = query.value(3).toLongLong();
+    session.lastSeen = query.value(4).toString();
     return session;
 }
 
@@ -322,7 +321,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
         return reply;
     }
     // After beginRequest(): it may have replaced the connection.
-    Context ctx(request, db, engineOptions, word);
+    Context ctx(request, db, engineOptions);
     ctx.token = sessionToken;
 
     if (!requestKey.isEmpty()) {

@@ -85,8 +85,6 @@ public:
     // "CFCLOSESESSION", without a reply).
     void endSession(const QString &sessionToken);
 
-    const EngineOptions &options() const { return engineOptions; }
-
     // Creates the database if needed and its first administrator (fails if
     // any user exists).
     static bool initialiseDatabase(const EngineOptions &options, const QString &adminUser,

@@ -170,7 +170,7 @@ void getUsers(Context &ctx)
     QString sql = QStringLiteral("SELECT login, full_name, email, password_expired, active"
                                  " FROM users");
     if (!ctx.list().isEmpty())
-        sql += QStringLiteral(" WHERE login IN (") + inList(ctx.list(), values) + QLatin1Char(')');
+        sql += QStringLiteral(" WHERE ") + inList(QStringLiteral("login"), ctx.list(), values);
     ctx.setList(queryRecords(ctx.db, sql + QStringLiteral(" ORDER BY login"), values));
 }
 

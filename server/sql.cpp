@@ -134,18 +134,30 @@ void writeList(const QSqlDatabase &db, const KeyedList &list, const QVariant &ke
     }
 }
 
-QString inList(const QStringList &items, QVariantList &values)
+namespace {
+QString membership(const QString &column, const QStringList &items, QVariantList &values,
+                   bool negated)
 {
-    if (items.isEmpty()) {
-        values.append(QVariant());
-        return QStringLiteral("?");
-    }
+    // "x IN ()" is no valid SQL, and "x NOT IN (NULL)" is never true.
+    if (items.isEmpty())
+        return negated ? QStringLiteral("1 = 1") : QStringLiteral("1 = 0");
     for (const QString &item : items)
         values.append(item);
-    QString text = QStringLiteral("?");
+    QString text = column + (negated ? QStringLiteral(" NOT IN (?") : QStringLiteral(" IN (?"));
     for (int i = 1; i < items.size(); ++i)
         text += QStringLiteral(", ?");
-    return text;
+    return text + QLatin1Char(')');
+}
+} // namespace
+
+QString inList(const QString &column, const QStringList &items, QVariantList &values)
+{
+    return membership(column, items, values, false);
+}
+
+QString notInList(const QString &column, const QStringList &items, QVariantList &values)
+{
+    return membership(column, items, values, true);
 }
 
 } // namespace nuvserver

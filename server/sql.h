@@ -57,10 +57,11 @@ QStringList readList(const QSqlDatabase &db, const KeyedList &list, const QVaria
 void writeList(const QSqlDatabase &db, const KeyedList &list, const QVariant &key,
                const QStringList &values);
 
-// "?, ?, ?" for the items, which are appended to `values`; an empty list
-// gives one placeholder bound to NULL, so "x IN (...)" stays valid and
-// matches nothing.
-QString inList(const QStringList &items, QVariantList &values);
+// "column IN (?, ?, ?)" for the items, which are appended to `values`. An
+// empty list gives a predicate that holds for no row, and notInList() one
+// that holds for every row, so replacing a set by nothing removes it all.
+QString inList(const QString &column, const QStringList &items, QVariantList &values);
+QString notInList(const QString &column, const QStringList &items, QVariantList &values);
 
 } // namespace nuvserver
 

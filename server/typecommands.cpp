@@ -54,18 +54,19 @@ void saveTypes(Context &ctx, const TypeTable &types)
         names.append(name);
     }
     QVariantList values;
-    const QString kept = inList(names, values);
+    const QString dropped = notInList(QLatin1String(types.column), names, values);
     const QVariant used = scalar(ctx.db,
                                  QStringLiteral("SELECT %1 FROM documents WHERE %1 IS NOT NULL"
-                                                " AND %1 NOT IN (%2) LIMIT 1")
-                                     .arg(QLatin1String(types.column), kept),
+                                                " AND %2 LIMIT 1")
+                                     .arg(QLatin1String(types.column), dropped),
                                  values);
     if (used.isValid())
         fail(QStringLiteral("the %1 '%2' is still used by documents")
                  .arg(QLatin1String(types.what), used.toString()));
+    values.clear();
     run(ctx.db,
-        QStringLiteral("DELETE FROM %1 WHERE name NOT IN (%2)")
-            .arg(QLatin1String(types.table), kept),
+        QStringLiteral("DELETE FROM %1 WHERE %2")
+            .arg(QLatin1String(types.table), notInList(QStringLiteral("name"), names, values)),
         values);
     for (int i = 0; i < records.size(); ++i) {
         const QByteArray payload = payloads.value(i);

@@ -206,6 +206,8 @@ void saveDeadlines(Context &ctx)
         const QString state
             = field(fields, 5).isEmpty() ? QStringLiteral("open") : fields.at(5).toLower();
         if (state == QLatin1String("delete")) {
+            if (id <= 0)
+                fail(QStringLiteral("the deadline to delete (field 0) is missing"));
             run(ctx.db, QStringLiteral("DELETE FROM deadlines WHERE id = ?"), { id });
             addHistory(ctx, doc, QStringLiteral("deadline"), QStringLiteral("deleted %1").arg(id));
             continue;
@@ -216,7 +218,7 @@ void saveDeadlines(Context &ctx)
         const QString due = timeText(parseTime(field(fields, 2), QStringLiteral("the due time")));
         const QString assignee = field(fields, 3);
         if (!assignee.isEmpty())
-            parseRights(ctx.db, { assignee }); // a user or a role
+            requirePrincipal(ctx.db, assignee);
         const QVariantList values { doc, due, assignee, field(fields, 4), state };
         qint64 savedId = id;
         if (id > 0) {

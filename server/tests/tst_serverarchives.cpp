@@ -40,6 +40,8 @@ private Q_SLOTS:
     void typeTables_data();
     void typeTables();
     void typesInUseStay();
+    void emptySaveRemovesEverything_data();
+    void emptySaveRemovesEverything();
     void dynamicAttributesAndValueLists();
     void attributeChecks_data();
     void attributeChecks();
@@ -255,6 +257,47 @@ void ServerArchivesTest::typesInUseStay()
     QVERIFY(!admin->saveDocTypes({ "Letter" }, {}));
     QCOMPARE(admin->errorString(),
              QString("CFSAVEDOCTYPES: the document type 'Invoice' is still used by documents"));
+}
+
+void ServerArchivesTest::emptySaveRemovesEverything_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("structure");
+    QTest::addColumn<QString>("record");
+    QTest::addColumn<QString>("count");
+    QTest::newRow("document types") << "CFSAVEDOCTYPES" << QString() << "Invoice"
+                                    << "SELECT count(*) FROM doc_types";
+    QTest::newRow("status types") << "CFSAVESTATI" << QString() << "open"
+                                  << "SELECT count(*) FROM status_types";
+    QTest::newRow("folder structure")
+        << "CFSAVEMANS"
+        << "1" << folder("Top", "", "TOP") << "SELECT count(*) FROM folders WHERE key = 'TOP'";
+    QTest::newRow("system folders")
+        << "CFDOCSETSYSFOLDERS" << QString() << folder("Inbox", "", "IN")
+        << "SELECT count(*) FROM folders WHERE key = 'IN'";
+}
+
+// Saving an empty list replaces the table (or the one structure) with
+// nothing, and leaves other structures alone.
+void ServerArchivesTest::emptySaveRemovesEverything()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, structure);
+    QFETCH(QString, record);
+    QFETCH(QString, count);
+    TestServer server;
+    auto engine = server.engine();
+    engineLogin(*engine, "token", adminUser, adminPassword);
+    nuvMQClassifyMessage reply
+        = engine->handle(request("CFSAVEMANS", "2", { folder("Other", "", "OTHER") }), "token");
+    QCOMPARE(reply.command, QString("OK"));
+    reply = engine->handle(request(command, structure, { record }), "token");
+    QCOMPARE(reply.command, QString("OK"));
+    QCOMPARE(server.inspect(count).toInt(), 1);
+    reply = engine->handle(request(command, structure), "token");
+    QVERIFY2(reply.command == "OK", qPrintable(reply.errorText));
+    QCOMPARE(server.inspect(count).toInt(), 0);
+    QCOMPARE(server.inspect("SELECT count(*) FROM folders WHERE key = 'OTHER'").toInt(), 1);
 }
 
 void ServerArchivesTest::dynamicAttributesAndValueLists()

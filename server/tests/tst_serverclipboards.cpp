@@ -17,6 +17,8 @@ private Q_SLOTS:
     void textIsStoredAsItCame_data();
     void textIsStoredAsItCame();
     void clipboardsAreSharedThroughRoles();
+    void clipboardRolesNameUsersOrRoles_data();
+    void clipboardRolesNameUsersOrRoles();
     void cardErrors_data();
     void cardErrors();
     void shares();
@@ -130,6 +132,32 @@ void ServerClipboardsTest::clipboardsAreSharedThroughRoles()
              QString("CFCREADCCARDS: there is no clipboard %1 for cleo").arg(shared));
     QVERIFY(!owner->writeClipboardRoles(shared, { "Nobody" }));
     QCOMPARE(owner->errorString(), QString("CFWCBROLES: 'Nobody' is neither a user nor a role"));
+}
+
+void ServerClipboardsTest::clipboardRolesNameUsersOrRoles_data()
+{
+    QTest::addColumn<QStringList>("principals");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("a role and a user") << QStringList({ "Team", "admin" }) << QString();
+    QTest::newRow("unknown name") << QStringList { "Nobody" }
+                                  << "CFWCBROLES: 'Nobody' is neither a user nor a role";
+    QTest::newRow("role with rights appended")
+        << QStringList { joined({ "Team", "rw" }) }
+        << QString("CFWCBROLES: '%1' is neither a user nor a role (it holds a field separator)")
+               .arg(joined({ "Team", "rw" }));
+}
+
+void ServerClipboardsTest::clipboardRolesNameUsersOrRoles()
+{
+    QFETCH(QStringList, principals);
+    QFETCH(QString, error);
+    TestServer server;
+    ClientPtr admin = server.admin();
+    QVERIFY(admin->setRoles({ "Team" }));
+    const QString clipboard = admin->addClipboard("Work");
+    QCOMPARE(admin->writeClipboardRoles(clipboard, principals), error.isEmpty());
+    QCOMPARE(admin->errorString(), error);
+    QCOMPARE(admin->readClipboardRoles(clipboard), error.isEmpty() ? principals : QStringList());
 }
 
 using CardCall = std::function<bool(ClassifyInterface *, const QString &)>;

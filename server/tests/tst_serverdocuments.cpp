@@ -44,6 +44,8 @@ private Q_SLOTS:
     void multipleClassify();
     void documentDataSelectors_data();
     void documentDataSelectors();
+    void documentDataSelectorMustNameAField_data();
+    void documentDataSelectorMustNameAField();
     void documentListsByIdsAndConditions_data();
     void documentListsByIdsAndConditions();
     void counts_data();
@@ -56,6 +58,8 @@ private Q_SLOTS:
     void deadlines();
     void deadlineSelections_data();
     void deadlineSelections();
+    void deadlineRecordsAreChecked_data();
+    void deadlineRecordsAreChecked();
 };
 
 void ServerDocumentsTest::objectIdsAreUnique()
@@ -232,6 +236,28 @@ void ServerDocumentsTest::documentDataSelectors()
     QVERIFY(admin->classify(
         doc, { value("title", "T"), value("date", "2024-03-05"), value("customer", "Globex") }));
     QCOMPARE(admin->getDocumentData(doc, selector), expected);
+}
+
+void ServerDocumentsTest::documentDataSelectorMustNameAField_data()
+{
+    QTest::addColumn<QString>("selector");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("unknown field") << "colour"
+                                   << "CFDOCINFO: there is no field 'colour'";
+    QTest::newRow("attribute spelt differently") << "customers"
+                                                 << "CFDOCINFO: there is no field 'customers'";
+}
+
+void ServerDocumentsTest::documentDataSelectorMustNameAField()
+{
+    QFETCH(QString, selector);
+    QFETCH(QString, error);
+    TestServer server;
+    ClientPtr admin = preparedAdmin(server);
+    QString doc;
+    QVERIFY(admin->classify(doc, { value("title", "T"), value("customer", "Globex") }));
+    QCOMPARE(admin->getDocumentData(doc, selector), QStringList());
+    QCOMPARE(admin->errorString(), error);
 }
 
 void ServerDocumentsTest::documentListsByIdsAndConditions_data()
@@ -489,6 +515,37 @@ void ServerDocumentsTest::deadlineSelections()
     for (const QString &record : admin->getDeadLines(selection))
         found.append(fieldsOf(record).at(4));
     QCOMPARE(found, texts);
+}
+
+void ServerDocumentsTest::deadlineRecordsAreChecked_data()
+{
+    // Fields id, document ("%1": the document), due, assignee, text, state.
+    QTest::addColumn<QStringList>("record");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("delete without an id")
+        << QStringList({ "", "%1", "", "", "", "delete" })
+        << "CFSAVEDEADLINES: the deadline to delete (field 0) is missing";
+    QTest::newRow("delete deadline 0")
+        << QStringList({ "0", "%1", "", "", "", "delete" })
+        << "CFSAVEDEADLINES: the deadline to delete (field 0) is missing";
+    QTest::newRow("unknown assignee") << QStringList({ "", "%1", "2024-01-01", "nobody", "", "" })
+                                      << "CFSAVEDEADLINES: 'nobody' is neither a user nor a role";
+}
+
+void ServerDocumentsTest::deadlineRecordsAreChecked()
+{
+    QFETCH(QStringList, record);
+    QFETCH(QString, error);
+    TestServer server;
+    ClientPtr admin = server.admin();
+    QString doc;
+    QVERIFY(admin->classify(doc, {}));
+    QVERIFY(admin->saveDeadLines({ joined({ "", doc, "2024-07-01", "admin", "pay", "open" }) }));
+    const QStringList before = admin->getDeadLineForDocId(doc);
+    record.replaceInStrings("%1", doc);
+    QVERIFY(!admin->saveDeadLines({ joined(record) }));
+    QCOMPARE(admin->errorString(), error);
+    QCOMPARE(admin->getDeadLineForDocId(doc), before);
 }
 
 QTEST_GUILESS_MAIN(ServerDocumentsTest)

@@ -289,6 +289,9 @@ void ServerMaintenanceTest::testMail_data()
     QTest::newRow("command missing") << "/nonexistent/sendmail"
                                      << "ops@example.org"
                                      << "CFTESTMAIL: the mail command could not be started: ";
+    QTest::newRow("blank command") << "   "
+                                   << "ops@example.org"
+                                   << "CFTESTMAIL: the mail command names no program";
     QTest::newRow("header injection") << "tee %1"
                                       << "a@b.c\nBcc: x@y.z"
                                       << "CFTESTMAIL: 'a@b.c\nBcc: x@y.z' is no mail address";

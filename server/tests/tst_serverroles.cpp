@@ -22,6 +22,8 @@ private Q_SLOTS:
     void documentRightsModes_data();
     void documentRightsModes();
     void folderRolesHideFoldersAndDocuments();
+    void folderRolesNameUsersOrRoles_data();
+    void folderRolesNameUsersOrRoles();
     void privateRoleIsTheLogin();
 };
 
@@ -222,6 +224,33 @@ void ServerRolesTest::folderRolesHideFoldersAndDocuments()
     QVERIFY(walt->getFolderStructure("1", folders, payloads));
     QCOMPARE(folders.size(), 3);
     QCOMPARE(walt->getDocumentCount(QString(), true, false), 2);
+}
+
+void ServerRolesTest::folderRolesNameUsersOrRoles_data()
+{
+    QTest::addColumn<QStringList>("principals");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("a role and a user") << QStringList({ "Board", "admin" }) << QString();
+    QTest::newRow("unknown name") << QStringList { "Nobody" }
+                                  << "CFSETFOLDROLE: 'Nobody' is neither a user nor a role";
+    QTest::newRow("role with rights appended")
+        << QStringList { joined({ "Board", "r" }) }
+        << QString("CFSETFOLDROLE: '%1' is neither a user nor a role (it holds a field separator)")
+               .arg(joined({ "Board", "r" }));
+}
+
+void ServerRolesTest::folderRolesNameUsersOrRoles()
+{
+    QFETCH(QStringList, principals);
+    QFETCH(QString, error);
+    TestServer server;
+    ClientPtr admin = server.admin();
+    QVERIFY(admin->setRoles({ "Board" }));
+    QVERIFY(
+        admin->saveFolderStructure("1", { joined({ "Secret", "", "0", "", "", "SECRET" }) }, {}));
+    QCOMPARE(admin->setFolderRoles("SECRET", principals), error.isEmpty());
+    QCOMPARE(admin->errorString(), error);
+    QCOMPARE(admin->getFolderRoles("SECRET"), error.isEmpty() ? principals : QStringList());
 }
 
 void ServerRolesTest::privateRoleIsTheLogin()

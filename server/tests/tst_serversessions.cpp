@@ -37,6 +37,8 @@ private Q_SLOTS:
     void chatUsersAreTheLoggedInUsers();
     void engineFollowsTheCallingThread();
     void idleSessionsExpire();
+    void lastSeenIsKeptOnlyWithATimeout_data();
+    void lastSeenIsKeptOnlyWithATimeout();
     void databaseFileIsVersionedAndLogged();
 };
 
@@ -360,6 +362,30 @@ void ServerSessionsTest::idleSessionsExpire()
              QString("CFROLES: the session has expired; log in again"));
     QCOMPARE(engine->handle(request("CFROLES"), "token").errorText,
              QString("CFROLES: not logged in; log in with CFLOGIN first"));
+}
+
+void ServerSessionsTest::lastSeenIsKeptOnlyWithATimeout_data()
+{
+    QTest::addColumn<QByteArray>("timeout");
+    QTest::addColumn<bool>("updated");
+    QTest::newRow("no timeout") << QByteArray("0") << false;
+    QTest::newRow("timeout") << QByteArray("60") << true;
+}
+
+void ServerSessionsTest::lastSeenIsKeptOnlyWithATimeout()
+{
+    QFETCH(QByteArray, timeout);
+    QFETCH(bool, updated);
+    TestServer server;
+    qputenv("NUV_SERVER_SESSION_TIMEOUT_MINUTES", timeout);
+    auto engine = server.engine();
+    engineLogin(*engine, "token", adminUser, adminPassword);
+    const QString planted
+        = QDateTime::currentDateTimeUtc().addSecs(-120).toString("yyyy-MM-dd hh:mm:ss");
+    server.inspect(QString("UPDATE sessions SET last_seen = '%1'").arg(planted));
+    QCOMPARE(engine->handle(request("CFROLES"), "token").command, QString("OK"));
+    const QString seen = server.inspect("SELECT last_seen FROM sessions").toString();
+    QCOMPARE(seen != planted, updated);
 }
 
 void ServerSessionsTest::databaseFileIsVersionedAndLogged()
