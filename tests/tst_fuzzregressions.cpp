@@ -15,20 +15,27 @@ class FuzzRegressionsTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void seedsAreThere();
+    void foldersAreThere_data();
+    void foldersAreThere();
     void replays_data();
     void replays();
 };
 
 namespace {
 
+QDir inputFolder(const QString &folderName)
+{
+    return QDir(QStringLiteral(NUV_FUZZ_SOURCE_DIR "/") + folderName);
+}
+
 QStringList inputFiles(const QString &folderName)
 {
-    // Beside this file in the source tree; a folder not there has no inputs.
-    const QDir dir(QFileInfo(QStringLiteral(__FILE__)).absolutePath() + "/../fuzz/" + folderName);
+    const QDir dir = inputFolder(folderName);
     QStringList files;
-    for (const QString &name : dir.entryList(QDir::Files, QDir::Name))
-        files << dir.filePath(name);
+    for (const QString &name : dir.entryList(QDir::Files, QDir::Name)) {
+        if (name != QLatin1String("README.md")) // says what the folder is for
+            files << dir.filePath(name);
+    }
     return files;
 }
 
@@ -42,9 +49,22 @@ QByteArray contents(const QString &path)
 
 } // namespace
 
-void FuzzRegressionsTest::seedsAreThere()
+// A missing folder would make the replay below run no rows without a word:
+// the seeds and the kept failures must both be where the fuzzer puts them.
+void FuzzRegressionsTest::foldersAreThere_data()
 {
-    QVERIFY(inputFiles("corpus").size() >= 10);
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<int>("leastInputs");
+    QTest::newRow("seeds") << QStringLiteral("corpus") << 10;
+    QTest::newRow("kept failures") << QStringLiteral("regressions") << 0;
+}
+
+void FuzzRegressionsTest::foldersAreThere()
+{
+    QFETCH(QString, folder);
+    QFETCH(int, leastInputs);
+    QVERIFY2(inputFolder(folder).exists(), qPrintable(inputFolder(folder).path()));
+    QVERIFY(inputFiles(folder).size() >= leastInputs);
 }
 
 void FuzzRegressionsTest::replays_data()
