@@ -202,7 +202,7 @@ void BrokerOperationsTest::asyncMessage_data()
     QTest::addColumn<QString>("error");
     QTest::newRow("to the request queue") << requestQueue << QString();
     QTest::newRow("to a queue the broker refuses")
-        << QByteArray("/queue/elsewhere") << "refused it: User nuv is not authorized";
+        << QByteArray("/queue/elsewhere") << "refused it: User nuvclient is not authorized";
 }
 
 void BrokerOperationsTest::asyncMessage()
