@@ -5,6 +5,7 @@
 #include "brokerlink.h"
 #include "fakebroker.h"
 #include "requestserver.h"
+#include "senderidentity.h"
 
 #include <QtTest>
 
@@ -18,7 +19,60 @@ private slots:
     void expiry_data();
     void expiry();
     void beatsWaitingAfterALongRequestCount();
+    void senderConnection_data();
+    void senderConnection();
+    void closedConnection_data();
+    void closedConnection();
 };
+
+void KespRequests::senderConnection_data()
+{
+    QTest::addColumn<QByteArray>("messageId");
+    QTest::addColumn<QString>("connection");
+    QTest::newRow("ActiveMQ over STOMP")
+        << QByteArray("ID:vm-44673-1795437021761-3:23:-1:1:7") << "ID:vm-44673-1795437021761-3:23";
+    QTest::newRow("a JMS session") << QByteArray("ID:host-1-2:5:3:1:12") << "ID:host-1-2:5";
+    QTest::newRow("no id") << QByteArray() << QString();
+    QTest::newRow("not ActiveMQ's") << QByteArray("m-17") << QString();
+    QTest::newRow("too few fields") << QByteArray("ID:1:2") << QString();
+    QTest::newRow("a word for a number") << QByteArray("ID:vm-1:2:-1:one:7") << QString();
+    QTest::newRow("empty sequence") << QByteArray("ID:vm-1:2:-1:1:") << QString();
+}
+
+void KespRequests::senderConnection()
+{
+    QFETCH(QByteArray, messageId);
+    QFETCH(QString, connection);
+    stomp::Frame message("MESSAGE");
+    if (!messageId.isEmpty())
+        message.add("message-id", messageId);
+    QCOMPARE(kesp::senderConnection(message), connection);
+}
+
+void KespRequests::closedConnection_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("connection");
+    QTest::newRow("closed") << QByteArray(
+        R"({"RemoveInfo":{"commandId":0,"responseRequired":true,"objectId":)"
+        R"({"@class":"ConnectionId","value":"ID:vm-1-3:21"},"lastDeliveredSequenceId":-2}})")
+                            << "ID:vm-1-3:21";
+    QTest::newRow("opened") << QByteArray(
+        R"({"ConnectionInfo":{"connectionId":{"value":"ID:vm-1-3:23"},"userName":"c"}})")
+                            << QString();
+    QTest::newRow("a consumer removed")
+        << QByteArray(R"({"RemoveInfo":{"objectId":{"@class":"ConsumerId","value":"ID:x:1:1"}}})")
+        << QString();
+    QTest::newRow("not JSON") << QByteArray("<RemoveInfo/>") << QString();
+    QTest::newRow("empty") << QByteArray() << QString();
+}
+
+void KespRequests::closedConnection()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(QString, connection);
+    QCOMPARE(kesp::closedConnection(body), connection);
+}
 
 void KespRequests::key_data()
 {
