@@ -143,8 +143,8 @@ void BrokerOperationsTest::connectFailures_data()
 
     QTest::newRow("wrong broker passcode")
         << "127.0.0.1" << qint64(-1) << QByteArray("wrong-passcode")
-        << QStringList { "refused the connection for broker user \"nuv\"",
-                         "User name [nuv] or password is invalid", "127.0.0.1:" };
+        << QStringList { "refused the connection for broker user \"nuvclient\"",
+                         "User name [nuvclient] or password is invalid", "127.0.0.1:" };
     QTest::newRow("no broker login")
         << "127.0.0.1" << qint64(-1) << QByteArray("-")
         << QStringList { "refused the connection", "No broker login is configured",
