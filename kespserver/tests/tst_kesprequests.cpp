@@ -6,6 +6,7 @@
 #include "fakebroker.h"
 #include "requestserver.h"
 #include "senderidentity.h"
+#include "serverconfig.h"
 
 #include <QtTest>
 
@@ -23,7 +24,41 @@ private slots:
     void senderConnection();
     void closedConnection_data();
     void closedConnection();
+    void connectionAdvisoriesSetting_data();
+    void connectionAdvisoriesSetting();
 };
+
+void KespRequests::connectionAdvisoriesSetting_data()
+{
+    QTest::addColumn<QString>("value"); // null: not set
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<bool>("followed");
+    QTest::newRow("not set: on") << QString() << true << true;
+    QTest::newRow("on") << "on" << true << true;
+    QTest::newRow("off") << "off" << true << false;
+    QTest::newRow("anything else") << "no" << false << false;
+}
+
+void KespRequests::connectionAdvisoriesSetting()
+{
+    QFETCH(QString, value);
+    QFETCH(bool, valid);
+    QFETCH(bool, followed);
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("NUV_KESP_DATABASE"), QStringLiteral("kesp.db"));
+    if (!value.isNull())
+        environment.insert(QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES"), value);
+    kesp::ServerConfig config;
+    QString error;
+    QCOMPARE(kesp::parseConfig({ QStringLiteral("nuvkesp-server") }, environment, &config, &error),
+             valid);
+    if (valid)
+        QCOMPARE(config.connectionAdvisories, followed);
+    else
+        QCOMPARE(error,
+                 QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES must be on or off, not '%1'")
+                     .arg(value));
+}
 
 void KespRequests::senderConnection_data()
 {
