@@ -26,6 +26,14 @@ constexpr qint64 pruneEveryMs = 3600 * 1000;
 // Idle sessions are removed this often (when idle).
 constexpr qint64 sweepEveryMs = 60 * 1000;
 
+// An answer the daemon gives without the engine.
+void refuse(nuvMQClassifyMessage &reply, const QString &text)
+{
+    reply.command = QStringLiteral("ERROR");
+    reply.hasErrorText = true;
+    reply.errorText = text;
+}
+
 bool subscribeToConnectionAdvisories(BrokerLink &link)
 {
     stomp::Frame subscribe("SUBSCRIBE");
@@ -237,18 +245,17 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
         const nuvserver::Origin origin { QString::fromLatin1(token), senderConnection(message) };
         const QString key = requestKey(message);
         if (!stomp::isSessionToken(token)) {
-            reply.command = QStringLiteral("ERROR");
-            reply.hasErrorText = true;
-            reply.errorText = word
-                + QStringLiteral(": not logged in: the request carries no valid session token");
+            refuse(reply,
+                   word
+                       + QStringLiteral(
+                           ": not logged in: the request carries no valid session token"));
         } else if (origin.connection.isEmpty()) {
             // Without it a session could not be bound to its connection.
-            reply.command = QStringLiteral("ERROR");
-            reply.hasErrorText = true;
-            reply.errorText = word
-                + QStringLiteral(": the broker did not name the connection that sent the "
-                                 "request (message-id '%1')")
-                      .arg(QString::fromUtf8(message.header("message-id").left(100)));
+            refuse(reply,
+                   word
+                       + QStringLiteral(": the broker did not name the connection that sent "
+                                        "the request (message-id '%1')")
+                             .arg(QString::fromUtf8(message.header("message-id").left(100))));
         } else {
             runOnWorker([&] { reply = engine.handle(request, origin, key, &replayed); });
         }
