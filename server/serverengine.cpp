@@ -309,7 +309,10 @@ void ServerEngine::removeSessions(const QString &condition, const QVariant &valu
     if (!opened || !ensureConnection(nullptr))
         return;
     try {
-        run(db, QStringLiteral("DELETE FROM sessions WHERE ") + condition, { value });
+        // Most calls find nothing to remove (every connection that closes is
+        // reported, with a session or without): a read needs no write lock.
+        if (exists(db, QStringLiteral("SELECT 1 FROM sessions WHERE ") + condition, { value }))
+            run(db, QStringLiteral("DELETE FROM sessions WHERE ") + condition, { value });
     } catch (const Failure &) {
         // A session that cannot be removed now ends with its timeout, or is
         // refused at its next request.
