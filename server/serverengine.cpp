@@ -107,7 +107,7 @@ void admitCaller(Context &ctx, const CommandEntry &entry, int timeoutMinutes)
                 throw Failure { QStringLiteral("the session has expired; log in again"), true };
         } else if (!lastSeen.isValid()
                    || lastSeen.addSecs(lastSeenRefreshSeconds(timeoutMinutes)) <= now) {
-            // Without a timeout nothing reads the last-seen time.
+            // Not on every request: see lastSeenRefreshSeconds().
             run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
                 { nowText(), ctx.token });
         }
@@ -304,7 +304,7 @@ void ServerEngine::endIdleSessions()
                            -qint64(engineOptions.sessionTimeoutMinutes) * 60)));
 }
 
-void ServerEngine::removeSessions(const QString &condition, const QVariant &value)
+void ServerEngine::removeSessions(const QString &condition, const QString &value)
 {
     if (!opened || !ensureConnection(nullptr))
         return;

@@ -6,7 +6,6 @@
 #include <QSqlDatabase>
 #include <QString>
 #include <QStringList>
-#include <QVariant>
 
 #include <memory>
 
@@ -120,7 +119,9 @@ private:
     bool beginRequest();
     void closeConnection();
     void recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply);
-    void removeSessions(const QString &condition, const QVariant &value);
+    // Removes the sessions matching `condition`, an SQL condition with one
+    // placeholder for `value`.
+    void removeSessions(const QString &condition, const QString &value);
 
     EngineOptions engineOptions;
     QString connectionName;
