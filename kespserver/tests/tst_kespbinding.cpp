@@ -324,7 +324,15 @@ void KespBinding::refusedSessions()
             QStringLiteral("UPDATE sessions SET last_seen = '%1' WHERE token = '%2'")
                 .arg(longAgo, QString::fromLatin1(token)));
     }
-    QCOMPARE(client.call(archivesRequest(), token).errorText, error);
+    const QString refusal = client.call(archivesRequest(), token).errorText;
+    // The daemon's once-a-minute sweep may remove an idle session just
+    // before its request comes; then it is simply gone.
+    const QString swept
+        = QStringLiteral("CFDOCGETARCHIVES: not logged in; log in with CFLOGIN first");
+    if (before == QLatin1String("idle") && refusal == swept)
+        qWarning("the idle session was swept before its request came");
+    else
+        QCOMPARE(refusal, error);
     QCOMPARE(sessionsOf(token), qint64(0));
 }
 
