@@ -1,6 +1,8 @@
 #include "requestserver.h"
 
+#include "senderidentity.h"
 #include "serverengine.h"
+#include "session.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -16,10 +18,29 @@ volatile std::sig_atomic_t RequestServer::statusRequested = 0;
 
 namespace {
 const QByteArray subscriptionId = "requests";
+const QByteArray advisorySubscriptionId = "connections";
 // How long the loop waits for a frame before it looks at the signals again.
 constexpr int pollMs = 200;
 // Records are pruned at start and then this often (when idle).
 constexpr qint64 pruneEveryMs = 3600 * 1000;
+// Idle sessions are removed this often (when idle).
+constexpr qint64 sweepEveryMs = 60 * 1000;
+
+// An answer the daemon gives without the engine.
+void refuse(nuvMQClassifyMessage &reply, const QString &text)
+{
+    reply.command = QStringLiteral("ERROR");
+    reply.hasErrorText = true;
+    reply.errorText = text;
+}
+
+bool subscribeToConnectionAdvisories(BrokerLink &link)
+{
+    stomp::Frame subscribe("SUBSCRIBE");
+    subscribe.add("id", advisorySubscriptionId).add("destination", connectionAdvisoryTopic);
+    subscribe.add("ack", "auto").add("transformation", advisoryTransformation);
+    return link.subscribe(subscribe);
+}
 } // namespace
 
 QString requestKey(const stomp::Frame &message)
@@ -83,11 +104,41 @@ void RequestServer::pruneRecords()
     sincePrune.restart();
 }
 
-bool RequestServer::connectOnce()
+void RequestServer::housekeeping()
+{
+    if (sincePrune.elapsed() > pruneEveryMs)
+        pruneRecords();
+    if (!sinceSweep.isValid() || sinceSweep.elapsed() > sweepEveryMs) {
+        runOnWorker([this] { engine.endIdleSessions(); });
+        sinceSweep.restart();
+    }
+}
+
+void RequestServer::connectionClosed(const stomp::Frame &advisory)
+{
+    const QString connection = closedConnection(advisory.body);
+    if (connection.isEmpty())
+        return;
+    // Every instance hears it; ending a session twice does no harm.
+    runOnWorker([&] { engine.endConnection(connection); });
+    log(2, QStringLiteral("connection %1 closed; its sessions ended").arg(connection));
+}
+
+bool RequestServer::connectOnce(QString *why)
 {
     if (!link.open(config.broker, config.settings)
         || !link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(),
                            config.prefetch)) {
+        *why = link.errorText();
+        link.abort();
+        return false;
+    }
+    if (config.connectionAdvisories && !subscribeToConnectionAdvisories(link)) {
+        *why = QStringLiteral("cannot follow the broker's connection advisories (%1): %2; the "
+                              "server's broker account needs read access to them, and the broker "
+                              "XStream and Jettison on its class path (or set "
+                              "NUV_KESP_CONNECTION_ADVISORIES=off)")
+                   .arg(QLatin1String(connectionAdvisoryTopic), link.errorText());
         link.abort();
         return false;
     }
@@ -105,8 +156,9 @@ int RequestServer::run()
     int backoff = config.firstBackoffMs;
     while (!stopRequested) {
         pollSignals();
-        if (!connectOnce()) {
-            log(0, QStringLiteral("%1; trying again in %2 ms").arg(link.errorText()).arg(backoff));
+        QString why;
+        if (!connectOnce(&why)) {
+            log(0, QStringLiteral("%1; trying again in %2 ms").arg(why).arg(backoff));
             pause(backoff);
             backoff = qMin(config.maxBackoffMs, backoff * 2);
             continue;
@@ -127,15 +179,16 @@ void RequestServer::serveConnection()
         if (!link.receive(&frame, pollMs)) {
             if (link.isOpen()) {
                 // Idle: a good moment for housekeeping.
-                if (sincePrune.elapsed() > pruneEveryMs)
-                    pruneRecords();
+                housekeeping();
                 continue;
             }
             log(0, link.errorText());
             link.abort();
             return;
         }
-        if (frame.command == "MESSAGE") {
+        if (frame.command == "MESSAGE" && frame.header("subscription") == advisorySubscriptionId) {
+            connectionClosed(frame);
+        } else if (frame.command == "MESSAGE") {
             if (serve(frame) == Outcome::Lost) {
                 log(0, link.errorText());
                 link.abort();
@@ -188,9 +241,24 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
         word = request.command;
         if (word == QLatin1String("CFLOGIN"))
             user = request.getDataList().value(0);
-        const QString token = QString::fromUtf8(message.header("nuv-session-token"));
+        const QByteArray token = message.header("nuv-session-token");
+        const nuvserver::Origin origin { QString::fromLatin1(token), senderConnection(message) };
         const QString key = requestKey(message);
-        runOnWorker([&] { reply = engine.handle(request, token, key, &replayed); });
+        if (!stomp::isSessionToken(token)) {
+            refuse(reply,
+                   word
+                       + QStringLiteral(
+                           ": not logged in: the request carries no valid session token"));
+        } else if (origin.connection.isEmpty()) {
+            // Without it a session could not be bound to its connection.
+            refuse(reply,
+                   word
+                       + QStringLiteral(": the broker did not name the connection that sent "
+                                        "the request (message-id '%1')")
+                             .arg(QString::fromUtf8(message.header("message-id").left(100))));
+        } else {
+            runOnWorker([&] { reply = engine.handle(request, origin, key, &replayed); });
+        }
     }
 
     if (!replyTo.isEmpty()) {

@@ -33,6 +33,11 @@ bool hasExpired(const stomp::Frame &message, qint64 nowMs);
  * running twice), send the reply to its reply-to, and only then acknowledge
  * it. A request that dies with the connection before its ACK comes back
  * from the broker, to this instance or another.
+ *
+ * Sessions: a request is run only with a token of the transport's form, and
+ * under the broker connection that sent it, which the engine binds logins
+ * to. The broker's connection advisories end the sessions of connections
+ * that close; idle sessions are swept once a minute.
  */
 class RequestServer
 {
@@ -49,7 +54,7 @@ public:
 private:
     enum class Outcome { Served, Lost };
 
-    bool connectOnce();
+    bool connectOnce(QString *why);
     void serveConnection();
     Outcome serve(const stomp::Frame &message);
     void pause(int ms);
@@ -59,6 +64,8 @@ private:
     // (heart-beats) until it is done.
     void runOnWorker(const std::function<void()> &job);
     void pruneRecords();
+    void housekeeping();
+    void connectionClosed(const stomp::Frame &advisory);
 
     const ServerConfig &config;
     nuvserver::ServerEngine &engine;
@@ -66,6 +73,7 @@ private:
     EngineWorker worker;
     ServerCounters counters;
     QElapsedTimer sincePrune;
+    QElapsedTimer sinceSweep;
 };
 
 } // namespace kesp

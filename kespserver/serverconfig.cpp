@@ -107,6 +107,14 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
                             .arg(QHostInfo::localHostName())
                             .arg(QCoreApplication::applicationPid()));
     config->verbosity = parser.isSet(quiet) ? 0 : parser.isSet(verbose) ? 2 : 1;
+    const QString advisories
+        = environment.value(QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES"), QStringLiteral("on"));
+    if (advisories != QLatin1String("on") && advisories != QLatin1String("off")) {
+        *error = QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES must be on or off, not '%1'")
+                     .arg(advisories);
+        return false;
+    }
+    config->connectionAdvisories = advisories == QLatin1String("on");
 
     // The broker's account, TLS and queue: the very settings of the client.
     stomp::Environment stompVariables;

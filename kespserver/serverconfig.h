@@ -26,6 +26,10 @@ struct ServerConfig
     int firstBackoffMs = 250;
     int maxBackoffMs = 30000;
     int keepRecordsHours = 24; // how long processed requests are remembered
+    // Whether sessions end when the broker reports their connection closed
+    // (NUV_KESP_CONNECTION_ADVISORIES); without, only the idle time-out or
+    // the client's own CFCLOSESESSION ends them.
+    bool connectionAdvisories = true;
     bool help = false;
     QString helpText;
 };
