@@ -1,0 +1,171 @@
+#include "connection.h"
+
+#include "classifyinterface.h"
+#include "commandwords.h"
+
+namespace nuvexplorer {
+
+Connection::Connection(QObject *parent)
+    : QObject(parent)
+    , worker(new QObject)
+{
+    qRegisterMetaType<nuvexplorer::CallRecord>();
+    thread.setObjectName(QStringLiteral("nuvexplorer client"));
+    worker->moveToThread(&thread);
+    thread.start();
+}
+
+Connection::~Connection()
+{
+    // The client goes on the thread it lives on, after the calls queued
+    // before; its destructor ends the session.
+    QMetaObject::invokeMethod(
+        worker,
+        [this] {
+            delete client;
+            client = nullptr;
+        },
+        Qt::BlockingQueuedConnection);
+    thread.quit();
+    thread.wait();
+    delete worker;
+}
+
+bool Connection::open(const QString &pluginFile, const QString &transportDir, QString *error)
+{
+    if (!root || loadedFile != pluginFile) {
+        root = nullptr;
+        loader.setFileName(pluginFile);
+        QObject *instance = loader.instance();
+        if (!instance) {
+            *error = tr("Cannot load the classify plugin %1: %2")
+                         .arg(pluginFile, loader.errorString());
+            return false;
+        }
+        root = qobject_cast<ClassifyInterface *>(instance);
+        if (!root) {
+            *error = tr("%1 is not a classify plugin.").arg(pluginFile);
+            return false;
+        }
+        loadedFile = pluginFile;
+    }
+    ClassifyInterface *factory = root;
+    QMetaObject::invokeMethod(
+        worker,
+        [this, factory, transportDir] {
+            delete client;
+            client = factory->createInstance(transportDir);
+            if (!client)
+                return;
+            QMetaObject::invokeMethod(
+                this, [this, handle = QPointer<QObject>(client)] { clientHandle = handle; },
+                Qt::QueuedConnection);
+            // By name: the signals belong to the plugin's class, not to the
+            // interface this program was built against.
+            connect(client, SIGNAL(serverRequest(QString)), this, SLOT(onServerRequest(QString)),
+                    Qt::QueuedConnection);
+            connect(client, SIGNAL(clientDisconnect()), this, SLOT(onClientDisconnect()),
+                    Qt::QueuedConnection);
+        },
+        Qt::QueuedConnection);
+    return true;
+}
+
+void Connection::call(const QString &operation, const QString &arguments, Body body,
+                      QObject *context, Done done)
+{
+    const quint64 id = nextId++;
+    Pending &entry = pending[id];
+    entry.record.id = id;
+    entry.record.operation = operation;
+    entry.record.command = commandWord(operation);
+    entry.record.arguments = arguments;
+    entry.record.started = QDateTime::currentDateTime();
+    entry.waited.start();
+    entry.context = context;
+    entry.hasContext = context != nullptr;
+    entry.done = std::move(done);
+
+    QMetaObject::invokeMethod(
+        worker,
+        [this, id, body = std::move(body)] {
+            QElapsedTimer timer;
+            timer.start();
+            CallResult result;
+            if (client)
+                result = body(*client);
+            else
+                result.error = tr("The classify plugin made no client.");
+            const qint64 milliseconds = timer.elapsed();
+            QMetaObject::invokeMethod(
+                this, [this, id, result, milliseconds] { finish(id, result, milliseconds); },
+                Qt::QueuedConnection);
+        },
+        Qt::QueuedConnection);
+}
+
+void Connection::finish(quint64 id, const CallResult &result, qint64 milliseconds)
+{
+    auto found = pending.find(id);
+    if (found == pending.end())
+        return;
+    Pending entry = *found;
+    pending.erase(found);
+    entry.record.milliseconds = milliseconds;
+    entry.record.ok = result.ok;
+    entry.record.summary = result.summary;
+    entry.record.error = result.error;
+    emit callFinished(entry.record);
+    if (entry.done && (!entry.hasContext || entry.context))
+        entry.done(result);
+    if (pending.isEmpty())
+        emit idle();
+}
+
+qint64 Connection::busyMilliseconds() const
+{
+    return pending.isEmpty() ? 0 : pending.first().waited.elapsed();
+}
+
+QString Connection::busyOperation() const
+{
+    return pending.isEmpty() ? QString() : pending.first().record.operation;
+}
+
+CallResult Connection::fromBool(ClassifyInterface &client, bool ok, const QVariant &value,
+                                const QString &summary)
+{
+    CallResult result;
+    result.ok = ok;
+    result.value = value;
+    result.summary
+        = ok ? (summary.isEmpty() ? QStringLiteral("true") : summary) : QStringLiteral("false");
+    if (!ok)
+        result.error = client.errorString();
+    return result;
+}
+
+CallResult Connection::fromList(ClassifyInterface &client, const QString &errorBefore,
+                                const QStringList &list)
+{
+    CallResult result;
+    const QString errorAfter = client.errorString();
+    result.ok = !list.isEmpty() || errorAfter == errorBefore;
+    result.value = list;
+    result.summary = tr("%n entries", nullptr, list.size());
+    if (!result.ok)
+        result.error = errorAfter;
+    return result;
+}
+
+void Connection::onServerRequest(const QString &request)
+{
+    emit serverRequest(request);
+}
+
+void Connection::onClientDisconnect()
+{
+    emit clientDisconnect();
+}
+
+} // namespace nuvexplorer
