@@ -3,8 +3,6 @@
 
 #include "view.h"
 
-class QTabWidget;
-
 namespace nuvexplorer {
 
 class RolesPage;
@@ -13,26 +11,17 @@ class UsersPage;
 // What administrators change: users, roles, rights on folders, tenants,
 // types, attributes and the server side. Every change is one operation,
 // and a refusal shows the server's text.
-class AdminView : public View
+class AdminView : public TabbedView
 {
     Q_OBJECT
 
 public:
     explicit AdminView(Connection *connection, QWidget *parent = nullptr);
 
-    void setArchive(const QString &archive) { currentArchive = archive; }
-    QTabWidget *tabs() const { return pages; }
     RolesPage *rolesPage() const { return roles; }
     UsersPage *usersPage() const { return users; }
 
-public Q_SLOTS:
-    void reload() override;
-
 private:
-    void addPage(View *page, const QString &title);
-
-    QString currentArchive;
-    QTabWidget *pages;
     UsersPage *users;
     RolesPage *roles;
 };

@@ -50,6 +50,7 @@ QString commandWord(const QString &operation)
         { "removeLinkedDocuments", "CFREMOVELINKEDDOC" },
         { "moveDocumentsToTrash", "CFDOCSTOTRASH" },
         { "removeDocumentsFromTrash", "CFDOCSFROMTRASH" },
+        { "getDocumentCount", "CFDOCGETCOUNT" },
         { "getDeadLineForDocId", "CFSENDDEADLINEFORDOCID" },
         { "getDeadLines", "CFSENDDEADLINES" },
         { "saveDeadLines", "CFSAVEDEADLINES" },

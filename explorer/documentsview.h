@@ -5,21 +5,37 @@
 
 namespace nuvexplorer {
 
-class DocumentsView : public View
+class ClipboardsPage;
+class SearchesPage;
+class SharesPage;
+class TemporaryPage;
+class TrashPage;
+
+// Working with documents beyond their classification: the trash,
+// clipboards and their cards, shares, saved searches and temporary
+// classifications.
+class DocumentsView : public TabbedView
 {
     Q_OBJECT
 
 public:
     explicit DocumentsView(Connection *connection, QWidget *parent = nullptr);
-    void setArchive(const QString &archive) { currentArchive = archive; }
 
-public Q_SLOTS:
-    void reload() override;
+    void setArchive(const QString &archive);
+    TrashPage *trashPage() const { return trash; }
+    ClipboardsPage *clipboardsPage() const { return clipboards; }
+    SharesPage *sharesPage() const { return shares; }
+    SearchesPage *searchesPage() const { return searches; }
+    TemporaryPage *temporaryPage() const { return temporary; }
 
 private:
-    QString currentArchive;
+    TrashPage *trash;
+    ClipboardsPage *clipboards;
+    SharesPage *shares;
+    SearchesPage *searches;
+    TemporaryPage *temporary;
 };
 
 } // namespace nuvexplorer
 
-#endif
+#endif // NUVEXPLORER_DOCUMENTSVIEW_H

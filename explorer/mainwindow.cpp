@@ -359,8 +359,6 @@ void MainWindow::selectArchive(const QString &archive)
             }
             browse->setArchive(archive);
             documents->setArchive(archive);
-            if (admin)
-                admin->setArchive(archive);
             reloadVisible();
             pollTimer->start();
         });

@@ -82,7 +82,7 @@ void UsersPage::reload()
                         result.value.toStringList());
             for (int row = 0; row < users->rowCount(); ++row)
                 if (users->item(row, Login)->text() == selected)
-                    users->selectRow(row);
+                    users->setCurrentCell(row, Login);
             emit loaded();
         });
 }

@@ -2,6 +2,9 @@
 
 #include "connection.h"
 
+#include <QTabWidget>
+#include <QVBoxLayout>
+
 namespace nuvexplorer {
 
 void View::change(const QString &operation, const QString &arguments,
@@ -16,6 +19,27 @@ void View::change(const QString &operation, const QString &arguments,
                 emit failed(operation, result.error);
             reload();
         });
+}
+
+TabbedView::TabbedView(Connection *connection, QWidget *parent)
+    : View(connection, parent)
+    , pages(new QTabWidget(this))
+{
+    auto *layout = new QVBoxLayout(this);
+    layout->addWidget(pages);
+    connect(pages, &QTabWidget::currentChanged, this, &TabbedView::reload);
+}
+
+void TabbedView::addPage(View *page, const QString &title)
+{
+    pages->addTab(page, title);
+    connect(page, &View::failed, this, &View::failed);
+}
+
+void TabbedView::reload()
+{
+    if (auto *page = qobject_cast<View *>(pages->currentWidget()))
+        page->reload();
 }
 
 } // namespace nuvexplorer

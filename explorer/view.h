@@ -6,6 +6,7 @@
 #include <functional>
 
 class ClassifyInterface;
+class QTabWidget;
 
 namespace nuvexplorer {
 
@@ -37,6 +38,25 @@ protected:
                 std::function<bool(ClassifyInterface &)> body);
 
     Connection *connection;
+};
+
+// A view made of pages; the page in front is the one that reloads.
+class TabbedView : public View
+{
+    Q_OBJECT
+
+public:
+    explicit TabbedView(Connection *connection, QWidget *parent = nullptr);
+
+    QTabWidget *tabs() const { return pages; }
+
+public Q_SLOTS:
+    void reload() override;
+
+protected:
+    void addPage(View *page, const QString &title);
+
+    QTabWidget *pages;
 };
 
 } // namespace nuvexplorer

@@ -7,15 +7,23 @@
 #include "browseview.h"
 #include "calllog.h"
 #include "classifyinterface.h"
+#include "clipboardspage.h"
 #include "connection.h"
 #include "detailspane.h"
+#include "documentsview.h"
 #include "foldertree.h"
 #include "mainwindow.h"
 #include "pluginpaths.h"
 #include "records.h"
 #include "rolespage.h"
+#include "searchespage.h"
+#include "sharespage.h"
+#include "temporarypage.h"
+#include "trashpage.h"
 
 #include <QComboBox>
+#include <QDateTimeEdit>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPluginLoader>
 #include <QPushButton>
@@ -67,6 +75,12 @@ private Q_SLOTS:
     void administrationOnlyForAdministrators();
     void callLogShowsCommandsAndServerErrors();
     void lostConnectionShowsBannerAndReconnects();
+    void trashMovesAndRestores_data();
+    void trashMovesAndRestores();
+    void clipboardHoldsCards();
+    void shareIsCreatedListedAndDeleted();
+    void savedSearchIsCreatedRunAndDeleted();
+    void temporaryClassificationsAreStoredAndDeleted();
 
 private:
     // A second host on the same database, to prepare data and to check
@@ -75,6 +89,9 @@ private:
     std::unique_ptr<MainWindow> openWindow(const QString &user, const QString &password);
     static bool waitIdle(MainWindow &window);
     static QStringList column(const QAbstractItemModel *model, const QString &header);
+    // Opens a page of the documents view as the administrator.
+    std::unique_ptr<MainWindow>
+    openDocumentPage(const std::function<View *(DocumentsView *)> &page);
 
     QTemporaryDir dir;
     QString database;
@@ -396,6 +413,147 @@ void ExplorerTest::lostConnectionShowsBannerAndReconnects()
     QVERIFY(loggedIn.wait(answerTimeoutMs));
     QVERIFY(!window->banner()->isVisible());
     QVERIFY(window->isLoggedIn());
+}
+
+std::unique_ptr<MainWindow>
+ExplorerTest::openDocumentPage(const std::function<View *(DocumentsView *)> &page)
+{
+    auto window = openWindow(adminUser, adminPassword);
+    if (!window)
+        return nullptr;
+    DocumentsView *documents = window->documentsView();
+    window->tabs()->setCurrentWidget(documents);
+    documents->tabs()->setCurrentWidget(page(documents));
+    if (!waitIdle(*window))
+        return nullptr;
+    return window;
+}
+
+void ExplorerTest::trashMovesAndRestores_data()
+{
+    QTest::addColumn<bool>("restore");
+    QTest::addColumn<QString>("inTrash");
+    QTest::addColumn<int>("listed");
+    QTest::newRow("moved") << false << "yes" << 0;
+    QTest::newRow("moved and restored") << true << "no" << 1;
+    // `listed`: how many of the new document the folder lists afterwards.
+}
+
+void ExplorerTest::trashMovesAndRestores()
+{
+    QFETCH(bool, restore);
+    QFETCH(QString, inTrash);
+    QFETCH(int, listed);
+    const int before = other()->getDocuments({ QStringLiteral("folder=F3") }).size();
+    QString id;
+    QVERIFY2(other()->classify(
+                 id, { record({ "title", "To be thrown away" }), record({ "folder", "F3" }) }),
+             qPrintable(other()->errorString()));
+    auto window = openDocumentPage([](DocumentsView *view) { return view->trashPage(); });
+    QVERIFY2(window, "the login did not finish");
+    TrashPage *trash = window->documentsView()->trashPage();
+    trash->numbersEdit()->setText(id);
+    trash->moveToTrash();
+    QVERIFY(waitIdle(*window));
+    if (restore) {
+        trash->restore();
+        QVERIFY(waitIdle(*window));
+    }
+    QCOMPARE(trash->table()->rowCount(), 1);
+    QCOMPARE(trash->table()->item(0, 0)->text(), id);
+    QCOMPARE(trash->table()->item(0, 3)->text(), inTrash);
+    QVERIFY2(trash->countLabel()->text().contains(QStringLiteral(" in the trash")),
+             qPrintable(trash->countLabel()->text()));
+    QCOMPARE(other()->getDocuments({ QStringLiteral("folder=F3") }).size(), before + listed);
+    if (!restore)
+        QVERIFY(other()->removeDocumentsFromTrash({ id }));
+}
+
+void ExplorerTest::clipboardHoldsCards()
+{
+    auto window = openDocumentPage([](DocumentsView *view) { return view->clipboardsPage(); });
+    QVERIFY2(window, "the login did not finish");
+    ClipboardsPage *page = window->documentsView()->clipboardsPage();
+    page->nameEdit()->setText(QStringLiteral("To check"));
+    page->addClipboard();
+    QVERIFY(waitIdle(*window));
+    QVERIFY(page->selectClipboard(QStringLiteral("To check")));
+    QVERIFY(waitIdle(*window));
+    page->cardEdit()->setText(QStringLiteral("1"));
+    page->cardTextEdit()->setText(QStringLiteral("check the amount"));
+    page->addCard();
+    QVERIFY(waitIdle(*window));
+    QVERIFY2(window->lastFailure().isEmpty(), qPrintable(window->lastFailure()));
+    QCOMPARE(page->cardTable()->rowCount(), 1);
+    QCOMPARE(page->cardTable()->item(0, 1)->text(), QStringLiteral("check the amount"));
+    QList<QPair<QString, QString>> clipboards;
+    QVERIFY(other()->readClipboards(clipboards));
+    QCOMPARE(clipboards.size(), 1);
+    QCOMPARE(clipboards.first().second, QStringLiteral("To check"));
+}
+
+void ExplorerTest::shareIsCreatedListedAndDeleted()
+{
+    auto window = openDocumentPage([](DocumentsView *view) { return view->sharesPage(); });
+    QVERIFY2(window, "the login did not finish");
+    SharesPage *page = window->documentsView()->sharesPage();
+    const int before = page->table()->rowCount();
+    page->titleEdit()->setText(QStringLiteral("For the audit"));
+    page->documentsEdit()->setText(QStringLiteral("1, 2"));
+    page->recipientEdit()->setText(QStringLiteral("auditor@example.org"));
+    page->expiryEdit()->setDateTime(QDateTime::currentDateTime().addDays(7));
+    page->createShare();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), before + 1);
+    QCOMPARE(page->table()->item(before, 2)->text(), QStringLiteral("auditor@example.org"));
+    QCOMPARE(other()->getShares().size(), before + 1);
+    page->table()->setCurrentCell(before, 0);
+    page->deleteShare();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), before);
+    QCOMPARE(other()->getShares().size(), before);
+}
+
+void ExplorerTest::savedSearchIsCreatedRunAndDeleted()
+{
+    auto window = openDocumentPage([](DocumentsView *view) { return view->searchesPage(); });
+    QVERIFY2(window, "the login did not finish");
+    SearchesPage *page = window->documentsView()->searchesPage();
+    page->nameEdit()->setText(QStringLiteral("Invoice 4712"));
+    page->conditionsEdit()->setText(QStringLiteral("title~4712; folder=F1"));
+    page->createSearch();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), 1);
+    QCOMPARE(page->table()->item(0, 3)->text(), QStringLiteral("title~4712; folder=F1"));
+    page->table()->setCurrentCell(0, 0);
+    page->runSearch();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->resultTable()->rowCount(), 1);
+    QCOMPARE(page->resultTable()->item(0, 5)->text(), QStringLiteral("Invoice 4712"));
+    page->deleteSearch();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), 0);
+}
+
+void ExplorerTest::temporaryClassificationsAreStoredAndDeleted()
+{
+    auto window = openDocumentPage([](DocumentsView *view) { return view->temporaryPage(); });
+    QVERIFY2(window, "the login did not finish");
+    TemporaryPage *page = window->documentsView()->temporaryPage();
+    QCOMPARE(page->table()->rowCount(), 0);
+    for (const char *values : { "title=Draft one", "title=Draft two; remark=later" }) {
+        page->valuesEdit()->setText(QLatin1String(values));
+        page->createDraft();
+        QVERIFY(waitIdle(*window));
+    }
+    QCOMPARE(page->table()->rowCount(), 2);
+    QCOMPARE(page->table()->item(1, 1)->text(), QStringLiteral("title=Draft two; remark=later"));
+    QCOMPARE(page->table()->item(1, 3)->text(), adminUser);
+    page->table()->setCurrentCell(0, 0);
+    page->deleteDraft();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), 1);
+    QCOMPARE(page->table()->item(0, 1)->text(), QStringLiteral("title=Draft two; remark=later"));
 }
 
 QTEST_MAIN(ExplorerTest)
