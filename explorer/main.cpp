@@ -1,4 +1,5 @@
 #include "connectionsettings.h"
+#include "installlayout.h"
 #include "mainwindow.h"
 #include "pluginpaths.h"
 #include "screenshots.h"
@@ -14,7 +15,7 @@ int main(int argc, char *argv[])
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("nuvclassify"));
     QApplication::setApplicationName(QStringLiteral("nuvexplorer"));
-    QApplication::setApplicationVersion(QStringLiteral(NUV_EXPLORER_VERSION));
+    QApplication::setApplicationVersion(nuvlayout::version());
 
     QCommandLineParser parser;
     parser.setApplicationDescription(

@@ -5,9 +5,8 @@
 
 namespace nuvexplorer {
 
-// Where the classify plugin and its two transports are: beside an installed
-// program (lib/nuvclassify/...) when that exists, else in the build tree
-// this program was built in.
+// Where the classify plugin and its two transports are, for an installed
+// program and for one that runs from the build tree.
 struct PluginPaths
 {
     QString classifyPlugin;
