@@ -5,7 +5,12 @@
 
 namespace nuvexplorer {
 
+class AttributesPage;
+class FolderRightsPage;
 class RolesPage;
+class ServerPage;
+class TenantsPage;
+class TypesPage;
 class UsersPage;
 
 // What administrators change: users, roles, rights on folders, tenants,
@@ -18,12 +23,25 @@ class AdminView : public TabbedView
 public:
     explicit AdminView(Connection *connection, QWidget *parent = nullptr);
 
+    void setArchive(const QString &archive);
     RolesPage *rolesPage() const { return roles; }
     UsersPage *usersPage() const { return users; }
+    FolderRightsPage *folderRightsPage() const { return folderRights; }
+    TenantsPage *tenantsPage() const { return tenants; }
+    TypesPage *documentTypesPage() const { return documentTypes; }
+    TypesPage *statusTypesPage() const { return statusTypes; }
+    AttributesPage *attributesPage() const { return attributes; }
+    ServerPage *serverPage() const { return server; }
 
 private:
     UsersPage *users;
     RolesPage *roles;
+    FolderRightsPage *folderRights;
+    TenantsPage *tenants;
+    TypesPage *documentTypes;
+    TypesPage *statusTypes;
+    AttributesPage *attributes;
+    ServerPage *server;
 };
 
 } // namespace nuvexplorer

@@ -24,6 +24,8 @@ struct CallResult
     QVariant value;
     QString error;
     QString summary;
+    // A second value, for calls that answer with two lists.
+    QVariant extra;
 };
 
 // One line of the call log.

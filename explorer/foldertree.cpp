@@ -14,7 +14,6 @@ namespace {
 // Folder record: name, parent key, position, description, structure key,
 // key, number of documents.
 enum FolderField { Name = 0, Parent = 1, Description = 3, Key = 5, Documents = 6 };
-enum Column { NameColumn, DocumentsColumn, RolesColumn };
 
 // One call that reads a folder list, with its byte arrays left aside.
 using FolderReader = std::function<bool(ClassifyInterface &, QStringList &)>;

@@ -19,6 +19,7 @@ class FolderTree : public QTreeWidget
 public:
     enum Kind { AllDocuments = 1, Folder, SystemFolder, Search };
     enum Role { KindRole = Qt::UserRole + 1, KeyRole, ConditionsRole };
+    enum Column { NameColumn, DocumentsColumn, RolesColumn };
 
     explicit FolderTree(Connection *connection, QWidget *parent = nullptr);
 

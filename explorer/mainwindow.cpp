@@ -308,6 +308,7 @@ void MainWindow::afterLogin()
             administrator = result.value.toBool();
             if (administrator && !admin) {
                 admin = new AdminView(link, pages);
+                admin->setArchive(archives->currentText());
                 connect(admin, &View::failed, this, &MainWindow::showFailure);
                 pages->addTab(admin, tr("&Administration"));
             } else if (!administrator && admin) {
@@ -359,6 +360,8 @@ void MainWindow::selectArchive(const QString &archive)
             }
             browse->setArchive(archive);
             documents->setArchive(archive);
+            if (admin)
+                admin->setArchive(archive);
             reloadVisible();
             pollTimer->start();
         });

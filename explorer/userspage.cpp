@@ -42,9 +42,9 @@ UsersPage::UsersPage(Connection *connection, QWidget *parent)
     auto *toggle = new QPushButton(tr("Ac&tivate / deactivate"), this);
     auto *reset = new QPushButton(tr("Reset &password..."), this);
     auto *saveRolesButton = new QPushButton(tr("Save r&oles"), this);
-    connect(create, &QPushButton::clicked, this, &UsersPage::createUser);
+    connect(create, &QPushButton::clicked, this, &UsersPage::askForNewUser);
     connect(toggle, &QPushButton::clicked, this, &UsersPage::toggleActive);
-    connect(reset, &QPushButton::clicked, this, &UsersPage::resetPassword);
+    connect(reset, &QPushButton::clicked, this, &UsersPage::askForPassword);
     connect(saveRolesButton, &QPushButton::clicked, this, &UsersPage::saveRoles);
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(create);
@@ -80,11 +80,20 @@ void UsersPage::reload()
                         { tr("Login"), tr("Full name"), tr("E-mail"), tr("Password expired"),
                           tr("Active") },
                         result.value.toStringList());
-            for (int row = 0; row < users->rowCount(); ++row)
-                if (users->item(row, Login)->text() == selected)
-                    users->setCurrentCell(row, Login);
+            selectUser(selected);
             emit loaded();
         });
+}
+
+bool UsersPage::selectUser(const QString &login)
+{
+    for (int row = 0; row < users->rowCount(); ++row) {
+        if (users->item(row, Login)->text() == login) {
+            users->setCurrentCell(row, Login);
+            return true;
+        }
+    }
+    return false;
 }
 
 void UsersPage::showRoles()
@@ -106,7 +115,7 @@ void UsersPage::showRoles()
         });
 }
 
-void UsersPage::createUser()
+void UsersPage::askForNewUser()
 {
     QDialog dialog(this);
     dialog.setWindowTitle(tr("New user"));
@@ -124,13 +133,16 @@ void UsersPage::createUser()
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     form->addRow(buttons);
-    if (dialog.exec() != QDialog::Accepted)
-        return;
+    if (dialog.exec() == QDialog::Accepted)
+        createUser(login->text().trimmed(), fullName->text(), mail->text(), password->text());
+}
+
+void UsersPage::createUser(const QString &login, const QString &fullName, const QString &mail,
+                           const QString &password)
+{
     // New-user record: login, password, full name, e-mail, password expired.
-    // The first password is to be changed at the first login.
-    const QString record = joinFields({ login->text().trimmed(), password->text(), fullName->text(),
-                                        mail->text(), QStringLiteral("1") });
-    change(QStringLiteral("setUsers"), login->text().trimmed(),
+    const QString record = joinFields({ login, password, fullName, mail, QStringLiteral("1") });
+    change(QStringLiteral("setUsers"), login,
            [record](ClassifyInterface &client) { return client.setUsers({ record }); });
 }
 
@@ -148,16 +160,19 @@ void UsersPage::toggleActive()
            [entry](ClassifyInterface &client) { return client.updateUsers({ entry }); });
 }
 
-void UsersPage::resetPassword()
+void UsersPage::askForPassword()
 {
     const QString login = selectedRecord(users).value(Login);
     if (login.isEmpty())
         return;
     PasswordDialog dialog(tr("Reset the password of %1").arg(login),
                           tr("%1 must change it at the next login.").arg(login), this);
-    if (dialog.exec() != QDialog::Accepted)
-        return;
-    const QString password = dialog.password();
+    if (dialog.exec() == QDialog::Accepted)
+        resetPassword(login, dialog.password());
+}
+
+void UsersPage::resetPassword(const QString &login, const QString &password)
+{
     change(QStringLiteral("changeUserPassAdmin"), login,
            [login, password](ClassifyInterface &client) {
                return client.changeUserPassAdmin(login, password);

@@ -17,12 +17,19 @@ public:
     explicit UsersPage(Connection *connection, QWidget *parent = nullptr);
 
     QTableWidget *table() const { return users; }
+    QLineEdit *rolesEdit() const { return roles; }
+    bool selectUser(const QString &login);
 
 public Q_SLOTS:
     void reload() override;
-    void createUser();
+    // Ask in a dialog, then call the operation below.
+    void askForNewUser();
+    void askForPassword();
+    // The first password is to be changed at the first login.
+    void createUser(const QString &login, const QString &fullName, const QString &mail,
+                    const QString &password);
+    void resetPassword(const QString &login, const QString &password);
     void toggleActive();
-    void resetPassword();
     void saveRoles();
 
 Q_SIGNALS:

@@ -4,6 +4,7 @@
 // plugin and the embedded transport on a database made for this run.
 
 #include "adminview.h"
+#include "attributespage.h"
 #include "browseview.h"
 #include "calllog.h"
 #include "classifyinterface.h"
@@ -11,20 +12,26 @@
 #include "connection.h"
 #include "detailspane.h"
 #include "documentsview.h"
+#include "folderrightspage.h"
 #include "foldertree.h"
 #include "mainwindow.h"
 #include "pluginpaths.h"
 #include "records.h"
 #include "rolespage.h"
 #include "searchespage.h"
+#include "serverpage.h"
 #include "sharespage.h"
 #include "temporarypage.h"
+#include "tenantspage.h"
 #include "trashpage.h"
+#include "typespage.h"
+#include "userspage.h"
 
 #include <QComboBox>
 #include <QDateTimeEdit>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QPluginLoader>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -81,6 +88,13 @@ private Q_SLOTS:
     void shareIsCreatedListedAndDeleted();
     void savedSearchIsCreatedRunAndDeleted();
     void temporaryClassificationsAreStoredAndDeleted();
+    void administratorManagesUsers();
+    void newTenantBringsItsArchive();
+    void typesAreAddedAndRemoved_data();
+    void typesAreAddedAndRemoved();
+    void attributeWithValueList();
+    void folderIsRestrictedToARole();
+    void serverPageShowsVersionAndRefusals();
 
 private:
     // A second host on the same database, to prepare data and to check
@@ -92,6 +106,7 @@ private:
     // Opens a page of the documents view as the administrator.
     std::unique_ptr<MainWindow>
     openDocumentPage(const std::function<View *(DocumentsView *)> &page);
+    std::unique_ptr<MainWindow> openAdminPage(const std::function<View *(AdminView *)> &page);
 
     QTemporaryDir dir;
     QString database;
@@ -554,6 +569,163 @@ void ExplorerTest::temporaryClassificationsAreStoredAndDeleted()
     QVERIFY(waitIdle(*window));
     QCOMPARE(page->table()->rowCount(), 1);
     QCOMPARE(page->table()->item(0, 1)->text(), QStringLiteral("title=Draft two; remark=later"));
+}
+
+std::unique_ptr<MainWindow>
+ExplorerTest::openAdminPage(const std::function<View *(AdminView *)> &page)
+{
+    auto window = openWindow(adminUser, adminPassword);
+    if (!window || !window->adminView())
+        return nullptr;
+    AdminView *admin = window->adminView();
+    window->tabs()->setCurrentWidget(admin);
+    admin->tabs()->setCurrentWidget(page(admin));
+    if (!waitIdle(*window))
+        return nullptr;
+    return window;
+}
+
+void ExplorerTest::administratorManagesUsers()
+{
+    auto window = openAdminPage([](AdminView *view) { return view->usersPage(); });
+    QVERIFY2(window, "the login did not finish");
+    UsersPage *page = window->adminView()->usersPage();
+    page->createUser(QStringLiteral("newbie"), QStringLiteral("Nina Newbie"),
+                     QStringLiteral("nina@example.org"), QStringLiteral("first-pass-1"));
+    QVERIFY(waitIdle(*window));
+    QVERIFY(page->selectUser(QStringLiteral("newbie")));
+    QVERIFY(waitIdle(*window));
+    const int row = page->table()->currentRow();
+    QCOMPARE(page->table()->item(row, 1)->text(), QStringLiteral("Nina Newbie"));
+    QCOMPARE(page->table()->item(row, 4)->text(), QStringLiteral("1"));
+
+    page->rolesEdit()->setText(QStringLiteral("Accounting"));
+    page->saveRoles();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(other()->getUserRoles(QStringLiteral("newbie")), QStringList { "Accounting" });
+
+    page->toggleActive();
+    QVERIFY(waitIdle(*window));
+    QVERIFY(page->selectUser(QStringLiteral("newbie")));
+    QCOMPARE(page->table()->item(page->table()->currentRow(), 4)->text(), QStringLiteral("0"));
+
+    page->resetPassword(QStringLiteral("newbie"), QStringLiteral("x"));
+    QVERIFY(waitIdle(*window));
+    // The server's refusal, as it wrote it.
+    QVERIFY2(window->lastFailure().contains(QStringLiteral("at least")),
+             qPrintable(window->lastFailure()));
+}
+
+void ExplorerTest::newTenantBringsItsArchive()
+{
+    auto window = openAdminPage([](AdminView *view) { return view->tenantsPage(); });
+    QVERIFY2(window, "the login did not finish");
+    TenantsPage *page = window->adminView()->tenantsPage();
+    const int before = page->table()->rowCount();
+    page->nameEdit()->setText(QStringLiteral("Branch"));
+    page->addTenant();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), before + 1);
+    // The client announces the new archive with "SYSUPDATE"; the window
+    // reads the archives again.
+    QVERIFY(window->archiveSelector()->findText(QStringLiteral("Branch")) >= 0);
+    QCOMPARE(window->archiveSelector()->currentText(), QStringLiteral("Default"));
+}
+
+void ExplorerTest::typesAreAddedAndRemoved_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::newRow("document types") << int(TypesPage::DocumentTypes);
+    QTest::newRow("status types") << int(TypesPage::StatusTypes);
+}
+
+void ExplorerTest::typesAreAddedAndRemoved()
+{
+    QFETCH(int, kind);
+    const bool documentTypes = kind == TypesPage::DocumentTypes;
+    auto window = openAdminPage([documentTypes](AdminView *view) -> View * {
+        return documentTypes ? view->documentTypesPage() : view->statusTypesPage();
+    });
+    QVERIFY2(window, "the login did not finish");
+    TypesPage *page = documentTypes ? window->adminView()->documentTypesPage()
+                                    : window->adminView()->statusTypesPage();
+    auto serverNames = [&] {
+        QStringList records;
+        QList<QByteArray> payloads;
+        const bool ok = documentTypes ? other()->getDocTypes(records, payloads)
+                                      : other()->getStatusTypes(records, payloads);
+        QStringList names;
+        for (const QString &entry : records)
+            names << fields(entry).value(0);
+        return ok ? names : QStringList { QStringLiteral("(failed)") };
+    };
+    for (const char *name : { "Invoice", "Letter" }) {
+        page->nameEdit()->setText(QLatin1String(name));
+        page->addType();
+        QVERIFY(waitIdle(*window));
+    }
+    QCOMPARE(serverNames(), (QStringList { "Invoice", "Letter" }));
+    QCOMPARE(page->table()->rowCount(), 2);
+    page->table()->setCurrentCell(0, 0);
+    page->removeType();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(serverNames(), QStringList { "Letter" });
+    QCOMPARE(page->table()->item(0, 0)->text(), QStringLiteral("Letter"));
+}
+
+void ExplorerTest::attributeWithValueList()
+{
+    auto window = openAdminPage([](AdminView *view) { return view->attributesPage(); });
+    QVERIFY2(window, "the login did not finish");
+    AttributesPage *page = window->adminView()->attributesPage();
+    page->nameEdit()->setText(QStringLiteral("priority"));
+    page->labelEdit()->setText(QStringLiteral("Priority"));
+    page->addAttribute();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(page->table()->rowCount(), 1);
+    page->table()->setCurrentCell(0, 0);
+    QVERIFY(waitIdle(*window));
+    page->valuesEdit()->setText(QStringLiteral("high, low"));
+    page->saveValues();
+    QVERIFY(waitIdle(*window));
+    const int number = page->table()->item(0, 0)->text().toInt();
+    QCOMPARE(other()->getWerteListe(number), (QStringList { "high", "low" }));
+    QCOMPARE(page->table()->item(0, 4)->text(), QStringLiteral("2"));
+    QCOMPARE(page->valuesEdit()->text(), QStringLiteral("high, low"));
+}
+
+void ExplorerTest::folderIsRestrictedToARole()
+{
+    auto window = openAdminPage([](AdminView *view) { return view->folderRightsPage(); });
+    QVERIFY2(window, "the login did not finish");
+    FolderRightsPage *page = window->adminView()->folderRightsPage();
+    QVERIFY(page->folders()->selectKey(QStringLiteral("F3")));
+    page->rolesEdit()->setText(QStringLiteral("Accounting"));
+    page->saveRoles();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(other()->getFolderRoles(QStringLiteral("F3")), QStringList { "Accounting" });
+    QVERIFY(page->folders()->selectKey(QStringLiteral("F3")));
+    QCOMPARE(page->folders()->currentItem()->text(FolderTree::RolesColumn),
+             QStringLiteral("Accounting"));
+    page->rolesEdit()->clear();
+    page->saveRoles();
+    QVERIFY(waitIdle(*window));
+    QCOMPARE(other()->getFolderRoles(QStringLiteral("F3")), QStringList());
+}
+
+void ExplorerTest::serverPageShowsVersionAndRefusals()
+{
+    auto window = openAdminPage([](AdminView *view) { return view->serverPage(); });
+    QVERIFY2(window, "the login did not finish");
+    ServerPage *page = window->adminView()->serverPage();
+    const QString shown = page->output()->toPlainText();
+    QVERIFY2(shown.contains(QStringLiteral("Server version: 18.09-5")), qPrintable(shown));
+    QVERIFY2(shown.contains(QStringLiteral("Index: documents=")), qPrintable(shown));
+    // This test database has no backup directory: the server says so.
+    page->backup();
+    QVERIFY(waitIdle(*window));
+    QVERIFY2(window->lastFailure().contains(QStringLiteral("no backup directory")),
+             qPrintable(window->lastFailure()));
 }
 
 QTEST_MAIN(ExplorerTest)
