@@ -77,6 +77,7 @@ BrowseView::BrowseView(Connection *connection, QWidget *parent)
     splitter->addWidget(pane);
     splitter->setStretchFactor(1, 2);
     splitter->setStretchFactor(2, 1);
+    splitter->setSizes({ 260, 460, 380 });
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(splitter);
 

@@ -101,8 +101,7 @@ void ClipboardsPage::reload()
             QStringList rows;
             for (const auto &pair : qAsConst(pairs))
                 rows << joinFields({ pair.first, pair.second });
-            return Connection::fromBool(client, ok, rows,
-                                        tr("%n clipboards", nullptr, rows.size()));
+            return Connection::fromBool(client, ok, rows);
         },
         this,
         [this](const CallResult &result) {
@@ -130,7 +129,7 @@ void ClipboardsPage::loadCards()
             QStringList rows;
             for (int i = 0; i < names.size(); ++i)
                 rows << joinFields({ names.at(i), texts.value(i) });
-            return Connection::fromBool(client, ok, rows, tr("%n cards", nullptr, rows.size()));
+            return Connection::fromBool(client, ok, rows);
         },
         this,
         [this, key](const CallResult &result) {

@@ -138,8 +138,14 @@ CallResult Connection::fromBool(ClassifyInterface &client, bool ok, const QVaria
     CallResult result;
     result.ok = ok;
     result.value = value;
-    result.summary
-        = ok ? (summary.isEmpty() ? QStringLiteral("true") : summary) : QStringLiteral("false");
+    if (!ok)
+        result.summary = QStringLiteral("false");
+    else if (!summary.isEmpty())
+        result.summary = summary;
+    else if (value.userType() == QMetaType::QStringList)
+        result.summary = countSummary(value.toStringList().size());
+    else
+        result.summary = QStringLiteral("true");
     if (!ok)
         result.error = client.errorString();
     return result;
@@ -152,10 +158,15 @@ CallResult Connection::fromList(ClassifyInterface &client, const QString &errorB
     const QString errorAfter = client.errorString();
     result.ok = !list.isEmpty() || errorAfter == errorBefore;
     result.value = list;
-    result.summary = tr("%n entries", nullptr, list.size());
+    result.summary = countSummary(list.size());
     if (!result.ok)
         result.error = errorAfter;
     return result;
+}
+
+QString Connection::countSummary(int count)
+{
+    return count == 1 ? tr("1 entry") : tr("%1 entries").arg(count);
 }
 
 void Connection::onServerRequest(const QString &request)

@@ -85,6 +85,8 @@ public:
     // changed during the call (the plugin keeps its last error text).
     static CallResult fromList(ClassifyInterface &client, const QString &errorBefore,
                                const QStringList &list);
+    // "1 entry", "3 entries": how the log sums up a list answer.
+    static QString countSummary(int count);
 
     // The client object itself, living on the worker thread; null before
     // open(). For connections by name and for the tests.

@@ -234,8 +234,7 @@ void DetailsPane::reload()
              [](ClassifyInterface &client, const QString &doc) {
                  QStringList list;
                  const bool ok = client.getDocHistory(doc, list);
-                 return Connection::fromBool(client, ok, list,
-                                             tr("%n entries", nullptr, list.size()));
+                 return Connection::fromBool(client, ok, list);
              });
     readInto(revisions, QStringLiteral("getRevisionen"),
              { tr("Revision"), tr("Time"), tr("User"), tr("Changed fields") },
@@ -268,8 +267,7 @@ void DetailsPane::reload()
              [](ClassifyInterface &client, const QString &doc) {
                  QStringList list;
                  const bool ok = client.getDocUsersAndRoles(doc, list);
-                 return Connection::fromBool(client, ok, list,
-                                             tr("%n entries", nullptr, list.size()));
+                 return Connection::fromBool(client, ok, list);
              });
 }
 

@@ -66,8 +66,7 @@ void FolderTree::reload()
                     QList<QByteArray> payloads;
                     const bool ok
                         = key.isEmpty() || client.getFolderStructure(key, folders, payloads);
-                    return Connection::fromBool(client, ok, folders,
-                                                tr("%n folders", nullptr, folders.size()));
+                    return Connection::fromBool(client, ok, folders);
                 },
                 this,
                 [this](const CallResult &folders) {
@@ -86,8 +85,7 @@ void FolderTree::reload()
                             QStringList list;
                             QList<QByteArray> payloads;
                             const bool ok = client.getSystemFolders(list, payloads, true);
-                            return Connection::fromBool(client, ok, list,
-                                                        tr("%n folders", nullptr, list.size()));
+                            return Connection::fromBool(client, ok, list);
                         },
                         this,
                         [this](const CallResult &result) {
@@ -138,6 +136,7 @@ void FolderTree::showFolders(QTreeWidgetItem *top, const QStringList &records, K
     top->setExpanded(true);
     for (QTreeWidgetItem *item : qAsConst(byKey))
         item->setExpanded(true);
+    resizeColumnToContents(NameColumn);
 }
 
 void FolderTree::showSearches(const QStringList &records)

@@ -326,7 +326,7 @@ void MainWindow::loadArchives()
         [](ClassifyInterface &client) {
             QStringList list;
             const bool ok = client.getArchives(list);
-            return Connection::fromBool(client, ok, list, tr("%n archives", nullptr, list.size()));
+            return Connection::fromBool(client, ok, list);
         },
         this,
         [this](const CallResult &result) {

@@ -198,6 +198,8 @@ bool RolesPage::selectRole(const QString &role)
             return true;
         }
     }
+    // Not read yet: chosen when the tree arrives.
+    wanted = role;
     return false;
 }
 

@@ -43,7 +43,7 @@ void TenantsPage::reload()
             QStringList list;
             QList<QByteArray> payloads;
             const bool ok = client.getMandanten(list, payloads);
-            return Connection::fromBool(client, ok, list, tr("%n tenants", nullptr, list.size()));
+            return Connection::fromBool(client, ok, list);
         },
         this,
         [this](const CallResult &result) {

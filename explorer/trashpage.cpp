@@ -76,9 +76,12 @@ void TrashPage::reload()
                 [this, all](const CallResult &outside) {
                     const bool ok = all.ok && outside.ok;
                     const qint64 trashed = all.value.toLongLong() - outside.value.toLongLong();
-                    count->setText(ok ? tr("%n documents of this archive are in the trash.",
-                                           nullptr, int(trashed))
-                                      : (all.ok ? outside.error : all.error));
+                    count->setText(
+                        ok ? (
+                            trashed == 1
+                                ? tr("1 document of this archive is in the trash.")
+                                : tr("%1 documents of this archive are in the trash.").arg(trashed))
+                           : (all.ok ? outside.error : all.error));
                 });
         });
     const QStringList ids = typed();

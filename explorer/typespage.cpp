@@ -62,8 +62,7 @@ void TypesPage::reload()
             const bool ok = which == DocumentTypes
                 ? client.getDocTypes(table.records, table.payloads)
                 : client.getStatusTypes(table.records, table.payloads);
-            CallResult result = Connection::fromBool(client, ok, table.records,
-                                                     tr("%n types", nullptr, table.records.size()));
+            CallResult result = Connection::fromBool(client, ok, table.records);
             result.extra = QVariant::fromValue(table.payloads);
             return result;
         },

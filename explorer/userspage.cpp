@@ -70,7 +70,7 @@ void UsersPage::reload()
         [](ClassifyInterface &client) {
             QStringList list;
             const bool ok = client.getUsers(list);
-            return Connection::fromBool(client, ok, list, tr("%n users", nullptr, list.size()));
+            return Connection::fromBool(client, ok, list);
         },
         this,
         [this, selected](const CallResult &result) {
