@@ -17,16 +17,12 @@ namespace nuvexplorer {
 
 AttributesPage::AttributesPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , attributes(new QTableWidget(this))
+    , attributes(recordTable(QStringLiteral("attributes"), this))
     , name(new QLineEdit(this))
     , label(new QLineEdit(this))
     , mandatory(new QCheckBox(tr("&Mandatory"), this))
     , values(new QLineEdit(this))
 {
-    attributes->setObjectName(QStringLiteral("attributes"));
-    attributes->setSelectionBehavior(QAbstractItemView::SelectRows);
-    attributes->setSelectionMode(QAbstractItemView::SingleSelection);
-    attributes->verticalHeader()->hide();
     connect(attributes, &QTableWidget::currentCellChanged, this, &AttributesPage::loadValues);
     name->setPlaceholderText(tr("Field name, e.g. invoice_number"));
     label->setPlaceholderText(tr("Label"));
@@ -68,8 +64,7 @@ void AttributesPage::reload()
     connection->call(
         QStringLiteral("listDynAttributes"), QString(),
         [](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.listDynAttributes());
+            return Connection::readList(client, [&] { return client.listDynAttributes(); });
         },
         this,
         [this, selected](const CallResult &result) {
@@ -94,8 +89,7 @@ void AttributesPage::loadValues()
     connection->call(
         QStringLiteral("getWerteListe"), QString::number(number),
         [number](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getWerteListe(number));
+            return Connection::readList(client, [&] { return client.getWerteListe(number); });
         },
         this,
         [this, number](const CallResult &result) {

@@ -100,8 +100,8 @@ void BrowseView::reload()
     connection->call(
         QStringLiteral("getClassificationFields"), QStringLiteral("true"),
         [](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getClassificationFields(true));
+            return Connection::readList(client,
+                                        [&] { return client.getClassificationFields(true); });
         },
         this,
         [this](const CallResult &result) {
@@ -132,8 +132,7 @@ void BrowseView::loadDocuments(const QStringList &conditions)
     connection->call(
         QStringLiteral("getDocuments"), conditions.join(QStringLiteral(", ")),
         [conditions](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getDocuments(conditions));
+            return Connection::readList(client, [&] { return client.getDocuments(conditions); });
         },
         this,
         [this](const CallResult &result) {
@@ -184,8 +183,8 @@ void BrowseView::fillAttributes(const QString &id)
     connection->call(
         QStringLiteral("getDocumentData"), id,
         [id](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getDocumentData(id, QString()));
+            return Connection::readList(client,
+                                        [&] { return client.getDocumentData(id, QString()); });
         },
         this,
         [this, id](const CallResult &result) {

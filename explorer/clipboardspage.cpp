@@ -18,9 +18,6 @@ namespace {
 
 QWidget *column(QTableWidget *table, QLayout *controls, QWidget *parent)
 {
-    table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    table->setSelectionMode(QAbstractItemView::SingleSelection);
-    table->verticalHeader()->hide();
     auto *widget = new QWidget(parent);
     auto *layout = new QVBoxLayout(widget);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -33,14 +30,12 @@ QWidget *column(QTableWidget *table, QLayout *controls, QWidget *parent)
 
 ClipboardsPage::ClipboardsPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , clipboards(new QTableWidget(this))
-    , cards(new QTableWidget(this))
+    , clipboards(recordTable(QStringLiteral("clipboards"), this))
+    , cards(recordTable(QStringLiteral("cards"), this))
     , name(new QLineEdit(this))
     , card(new QLineEdit(this))
     , cardText(new QLineEdit(this))
 {
-    clipboards->setObjectName(QStringLiteral("clipboards"));
-    cards->setObjectName(QStringLiteral("cards"));
     name->setPlaceholderText(tr("Name of a new clipboard"));
     card->setPlaceholderText(tr("Document number"));
     cardText->setPlaceholderText(tr("Note"));

@@ -151,9 +151,10 @@ CallResult Connection::fromBool(ClassifyInterface &client, bool ok, const QVaria
     return result;
 }
 
-CallResult Connection::fromList(ClassifyInterface &client, const QString &errorBefore,
-                                const QStringList &list)
+CallResult Connection::readList(ClassifyInterface &client, const std::function<QStringList()> &read)
 {
+    const QString errorBefore = client.errorString();
+    const QStringList list = read();
     CallResult result;
     const QString errorAfter = client.errorString();
     result.ok = !list.isEmpty() || errorAfter == errorBefore;

@@ -81,10 +81,10 @@ public:
     // Ready-made results for the plugin's ways of failing.
     static CallResult fromBool(ClassifyInterface &client, bool ok, const QVariant &value = {},
                                const QString &summary = {});
-    // A list answer is a failure only when it is empty and the error text
-    // changed during the call (the plugin keeps its last error text).
-    static CallResult fromList(ClassifyInterface &client, const QString &errorBefore,
-                               const QStringList &list);
+    // Runs `read`. A list answer is a failure only when it is empty and the
+    // error text changed during the call: the plugin keeps its last error
+    // text, and an empty list is also a valid answer.
+    static CallResult readList(ClassifyInterface &client, const std::function<QStringList()> &read);
     // "1 entry", "3 entries": how the log sums up a list answer.
     static QString countSummary(int count);
 

@@ -18,17 +18,6 @@ namespace nuvexplorer {
 
 namespace {
 
-QTableWidget *recordTable(const QString &name, QWidget *parent)
-{
-    auto *table = new QTableWidget(parent);
-    table->setObjectName(name);
-    table->setSelectionBehavior(QAbstractItemView::SelectRows);
-    table->setSelectionMode(QAbstractItemView::SingleSelection);
-    table->setAlternatingRowColors(true);
-    table->verticalHeader()->hide();
-    return table;
-}
-
 QWidget *page(QWidget *content, QLayout *controls)
 {
     auto *widget = new QWidget;
@@ -219,8 +208,8 @@ void DetailsPane::reload()
     connection->call(
         QStringLiteral("getDocumentData"), doc,
         [doc](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getDocumentData(doc, QString()));
+            return Connection::readList(client,
+                                        [&] { return client.getDocumentData(doc, QString()); });
         },
         this,
         [this, doc](const CallResult &result) {
@@ -241,27 +230,28 @@ void DetailsPane::reload()
              [](ClassifyInterface &client, const QString &doc) {
                  // Not part of the interface: the plugin's class offers it
                  // as an invokable member.
-                 const QString before = client.errorString();
-                 QStringList list;
-                 QMetaObject::invokeMethod(&client, "getRevisionen", Qt::DirectConnection,
-                                           Q_RETURN_ARG(QStringList, list), Q_ARG(QString, doc));
-                 return Connection::fromList(client, before, list);
+                 return Connection::readList(client, [&] {
+                     QStringList list;
+                     QMetaObject::invokeMethod(&client, "getRevisionen", Qt::DirectConnection,
+                                               Q_RETURN_ARG(QStringList, list),
+                                               Q_ARG(QString, doc));
+                     return list;
+                 });
              });
     readInto(remarks, QStringLiteral("getBemerkungen"), { tr("Remarks in this archive") },
              [](ClassifyInterface &client, const QString &) {
-                 const QString before = client.errorString();
-                 return Connection::fromList(client, before, client.getBemerkungen());
+                 return Connection::readList(client, [&] { return client.getBemerkungen(); });
              });
     readInto(links, QStringLiteral("readLinkedDocuments"), { tr("Linked document") },
              [](ClassifyInterface &client, const QString &doc) {
-                 const QString before = client.errorString();
-                 return Connection::fromList(client, before, client.readLinkedDocuments(doc));
+                 return Connection::readList(client,
+                                             [&] { return client.readLinkedDocuments(doc); });
              });
     readInto(deadlines, QStringLiteral("getDeadLineForDocId"),
              { tr("Id"), tr("Document"), tr("Due"), tr("Assignee"), tr("Text"), tr("State") },
              [](ClassifyInterface &client, const QString &doc) {
-                 const QString before = client.errorString();
-                 return Connection::fromList(client, before, client.getDeadLineForDocId(doc));
+                 return Connection::readList(client,
+                                             [&] { return client.getDeadLineForDocId(doc); });
              });
     readInto(rights, QStringLiteral("getDocUsersAndRoles"), { tr("User or role"), tr("Rights") },
              [](ClassifyInterface &client, const QString &doc) {

@@ -95,9 +95,8 @@ void FolderTree::reload()
                     connection->call(
                         QStringLiteral("getExtentedSearch"), tr("all"),
                         [](ClassifyInterface &client) {
-                            const QString before = client.errorString();
-                            return Connection::fromList(client, before,
-                                                        client.getExtentedSearch({ QString() }));
+                            return Connection::readList(
+                                client, [&] { return client.getExtentedSearch({ QString() }); });
                         },
                         this,
                         [this](const CallResult &result) {
@@ -159,8 +158,7 @@ void FolderTree::loadRoles(QTreeWidgetItem *item)
     connection->call(
         QStringLiteral("getFolderRoles"), key,
         [key](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getFolderRoles(key));
+            return Connection::readList(client, [&] { return client.getFolderRoles(key); });
         },
         this,
         [this, key](const CallResult &result) {

@@ -290,9 +290,8 @@ void MainWindow::afterLogin()
             // Administrators hold a role marked as administrator role,
             // directly or through the roles their roles belong to; the
             // login reply lists them all.
-            const QString before = client.errorString();
-            const QStringList roles = client.getRoleList();
-            CallResult result = Connection::fromList(client, before, roles);
+            CallResult result = Connection::readList(client, [&] { return client.getRoleList(); });
+            const QStringList roles = result.value.toStringList();
             const QStringList mine = client.getUserRoles();
             bool admin = false;
             for (const QString &role : roles) {
@@ -384,9 +383,10 @@ void MainWindow::pollNow()
         return;
     link->call(QStringLiteral("checkUpdate"), QString(), [](ClassifyInterface &client) {
         // checkUpdate reports failure only through the error text.
-        const QString before = client.errorString();
-        client.checkUpdate();
-        return Connection::fromList(client, before, {});
+        return Connection::readList(client, [&] {
+            client.checkUpdate();
+            return QStringList();
+        });
     });
 }
 

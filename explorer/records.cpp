@@ -24,6 +24,17 @@ QStringList nameList(const QString &text)
     return names;
 }
 
+QTableWidget *recordTable(const QString &objectName, QWidget *parent)
+{
+    auto *table = new QTableWidget(parent);
+    table->setObjectName(objectName);
+    table->setSelectionBehavior(QAbstractItemView::SelectRows);
+    table->setSelectionMode(QAbstractItemView::SingleSelection);
+    table->setAlternatingRowColors(true);
+    table->verticalHeader()->hide();
+    return table;
+}
+
 void showRecords(QTableWidget *table, const QStringList &headers, const QStringList &records)
 {
     table->setSortingEnabled(false);

@@ -4,6 +4,7 @@
 #include <QStringList>
 
 class QTableWidget;
+class QWidget;
 
 namespace nuvexplorer {
 
@@ -15,6 +16,9 @@ QString joinFields(const QStringList &fields);
 
 // "a, b ,c" as [a, b, c]: names typed into one line.
 QStringList nameList(const QString &text);
+
+// A table of records: whole rows selected one at a time, no row numbers.
+QTableWidget *recordTable(const QString &objectName, QWidget *parent);
 
 // Fills a read-only table with one row per record, one column per header;
 // missing fields stay empty, surplus fields are not shown.

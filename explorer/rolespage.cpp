@@ -90,8 +90,7 @@ void RolesPage::reload()
     connection->call(
         QStringLiteral("getRoleList"), QString(),
         [](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getRoleList());
+            return Connection::readList(client, [&] { return client.getRoleList(); });
         },
         this,
         [this](const CallResult &result) {
@@ -114,37 +113,37 @@ void RolesPage::reload()
 
 void RolesPage::readMembers()
 {
+    // Each role's member roles and member users, two calls per role; the
+    // tree is built when the last answer is in.
+    struct Members
+    {
+        const char *operation;
+        QStringList (ClassifyInterface::*read)(QString);
+        QStringList Role::*list;
+    };
+    static const Members kinds[] = {
+        { "getRoleRoles", &ClassifyInterface::getRoleRoles, &Role::memberRoles },
+        { "getRoleUsers", &ClassifyInterface::getRoleUsers, &Role::users },
+    };
     outstanding = known.size() * 2;
     if (outstanding == 0)
         buildTree();
     for (auto it = known.cbegin(); it != known.cend(); ++it) {
         const QString role = it.key();
-        connection->call(
-            QStringLiteral("getRoleRoles"), role,
-            [role](ClassifyInterface &client) {
-                const QString before = client.errorString();
-                return Connection::fromList(client, before, client.getRoleRoles(role));
-            },
-            this,
-            [this, role](const CallResult &result) {
-                if (known.contains(role))
-                    known[role].memberRoles = result.value.toStringList();
-                if (--outstanding == 0)
-                    buildTree();
-            });
-        connection->call(
-            QStringLiteral("getRoleUsers"), role,
-            [role](ClassifyInterface &client) {
-                const QString before = client.errorString();
-                return Connection::fromList(client, before, client.getRoleUsers(role));
-            },
-            this,
-            [this, role](const CallResult &result) {
-                if (known.contains(role))
-                    known[role].users = result.value.toStringList();
-                if (--outstanding == 0)
-                    buildTree();
-            });
+        for (const Members &kind : kinds) {
+            connection->call(
+                QLatin1String(kind.operation), role,
+                [role, read = kind.read](ClassifyInterface &client) {
+                    return Connection::readList(client, [&] { return (client.*read)(role); });
+                },
+                this,
+                [this, role, list = kind.list](const CallResult &result) {
+                    if (known.contains(role))
+                        known[role].*list = result.value.toStringList();
+                    if (--outstanding == 0)
+                        buildTree();
+                });
+        }
     }
 }
 

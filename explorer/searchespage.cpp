@@ -31,19 +31,12 @@ QStringList conditionList(const QString &text)
 
 SearchesPage::SearchesPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , searches(new QTableWidget(this))
-    , results(new QTableWidget(this))
+    , searches(recordTable(QStringLiteral("searches"), this))
+    , results(recordTable(QStringLiteral("searchResults"), this))
     , name(new QLineEdit(this))
     , description(new QLineEdit(this))
     , conditions(new QLineEdit(this))
 {
-    for (QTableWidget *table : { searches, results }) {
-        table->setSelectionBehavior(QAbstractItemView::SelectRows);
-        table->setSelectionMode(QAbstractItemView::SingleSelection);
-        table->verticalHeader()->hide();
-    }
-    searches->setObjectName(QStringLiteral("searches"));
-    results->setObjectName(QStringLiteral("searchResults"));
     conditions->setPlaceholderText(tr("title~invoice; date>=2026-01-01"));
     connect(searches, &QTableWidget::cellActivated, this, &SearchesPage::runSearch);
 
@@ -81,8 +74,8 @@ void SearchesPage::reload()
     connection->call(
         QStringLiteral("getExtentedSearch"), tr("all"),
         [](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getExtentedSearch({ QString() }));
+            return Connection::readList(client,
+                                        [&] { return client.getExtentedSearch({ QString() }); });
         },
         this,
         [this](const CallResult &result) {
@@ -123,8 +116,7 @@ void SearchesPage::runSearch()
     connection->call(
         QStringLiteral("getDocuments"), list.join(QStringLiteral(", ")),
         [list](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getDocuments(list));
+            return Connection::readList(client, [&] { return client.getDocuments(list); });
         },
         this,
         [this](const CallResult &result) {

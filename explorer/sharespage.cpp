@@ -18,17 +18,13 @@ namespace nuvexplorer {
 
 SharesPage::SharesPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , shares(new QTableWidget(this))
+    , shares(recordTable(QStringLiteral("shares"), this))
     , title(new QLineEdit(this))
     , documents(new QLineEdit(this))
     , recipient(new QLineEdit(this))
     , expiry(new QDateTimeEdit(QDateTime::currentDateTime().addDays(30), this))
     , limit(new QSpinBox(this))
 {
-    shares->setObjectName(QStringLiteral("shares"));
-    shares->setSelectionBehavior(QAbstractItemView::SelectRows);
-    shares->setSelectionMode(QAbstractItemView::SingleSelection);
-    shares->verticalHeader()->hide();
     documents->setPlaceholderText(tr("Document numbers: 4, 8, 15"));
     recipient->setPlaceholderText(tr("someone@example.org"));
     expiry->setCalendarPopup(true);
@@ -61,8 +57,7 @@ void SharesPage::reload()
     connection->call(
         QStringLiteral("getShares"), QString(),
         [](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getShares());
+            return Connection::readList(client, [&] { return client.getShares(); });
         },
         this,
         [this](const CallResult &result) {

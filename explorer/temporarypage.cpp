@@ -33,14 +33,10 @@ struct Draft
 
 TemporaryPage::TemporaryPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , drafts(new QTableWidget(this))
+    , drafts(recordTable(QStringLiteral("temporary"), this))
     , values(new QLineEdit(this))
     , document(new QLineEdit(this))
 {
-    drafts->setObjectName(QStringLiteral("temporary"));
-    drafts->setSelectionBehavior(QAbstractItemView::SelectRows);
-    drafts->setSelectionMode(QAbstractItemView::SingleSelection);
-    drafts->verticalHeader()->hide();
     values->setPlaceholderText(tr("title=Invoice; remark=to check"));
     document->setPlaceholderText(tr("Document number"));
     auto *create = new QPushButton(tr("&Store values"), this);

@@ -15,13 +15,10 @@ namespace nuvexplorer {
 
 TenantsPage::TenantsPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , tenants(new QTableWidget(this))
+    , tenants(recordTable(QStringLiteral("tenants"), this))
     , name(new QLineEdit(this))
     , description(new QLineEdit(this))
 {
-    tenants->setObjectName(QStringLiteral("tenants"));
-    tenants->setSelectionBehavior(QAbstractItemView::SelectRows);
-    tenants->verticalHeader()->hide();
     name->setPlaceholderText(tr("Name of a new tenant"));
     description->setPlaceholderText(tr("Description"));
     auto *add = new QPushButton(tr("&Add tenant"), this);

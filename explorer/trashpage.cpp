@@ -18,13 +18,10 @@ TrashPage::TrashPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
     , count(new QLabel(this))
     , numbers(new QLineEdit(this))
-    , documents(new QTableWidget(this))
+    , documents(recordTable(QStringLiteral("trash"), this))
 {
     numbers->setObjectName(QStringLiteral("trashNumbers"));
     numbers->setPlaceholderText(tr("Document numbers: 4, 8, 15"));
-    documents->setObjectName(QStringLiteral("trash"));
-    documents->setSelectionBehavior(QAbstractItemView::SelectRows);
-    documents->verticalHeader()->hide();
     auto *show = new QPushButton(tr("&Show"), this);
     auto *trash = new QPushButton(tr("&Move to trash"), this);
     auto *restoreButton = new QPushButton(tr("&Restore"), this);
@@ -93,8 +90,7 @@ void TrashPage::reload()
     connection->call(
         QStringLiteral("getDocuments"), ids.join(QStringLiteral(", ")),
         [ids](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getDocuments(ids));
+            return Connection::readList(client, [&] { return client.getDocuments(ids); });
         },
         this,
         [this, ids](const CallResult &result) {

@@ -26,15 +26,11 @@ struct Table
 TypesPage::TypesPage(Kind kind, Connection *connection, QWidget *parent)
     : View(connection, parent)
     , kind(kind)
-    , types(new QTableWidget(this))
+    , types(recordTable(
+          kind == DocumentTypes ? QStringLiteral("docTypes") : QStringLiteral("statusTypes"), this))
     , name(new QLineEdit(this))
     , description(new QLineEdit(this))
 {
-    types->setObjectName(kind == DocumentTypes ? QStringLiteral("docTypes")
-                                               : QStringLiteral("statusTypes"));
-    types->setSelectionBehavior(QAbstractItemView::SelectRows);
-    types->setSelectionMode(QAbstractItemView::SingleSelection);
-    types->verticalHeader()->hide();
     name->setPlaceholderText(tr("Name"));
     description->setPlaceholderText(tr("Description"));
     auto *add = new QPushButton(tr("&Add"), this);

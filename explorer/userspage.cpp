@@ -26,13 +26,9 @@ enum { Login, FullName, Mail, Expired, Active };
 
 UsersPage::UsersPage(Connection *connection, QWidget *parent)
     : View(connection, parent)
-    , users(new QTableWidget(this))
+    , users(recordTable(QStringLiteral("users"), this))
     , roles(new QLineEdit(this))
 {
-    users->setObjectName(QStringLiteral("users"));
-    users->setSelectionBehavior(QAbstractItemView::SelectRows);
-    users->setSelectionMode(QAbstractItemView::SingleSelection);
-    users->verticalHeader()->hide();
     users->setSortingEnabled(false);
     roles->setObjectName(QStringLiteral("userRoles"));
     roles->setPlaceholderText(tr("role, role ..."));
@@ -105,8 +101,7 @@ void UsersPage::showRoles()
     connection->call(
         QStringLiteral("getUserRoles"), login,
         [login](ClassifyInterface &client) {
-            const QString before = client.errorString();
-            return Connection::fromList(client, before, client.getUserRoles(login));
+            return Connection::readList(client, [&] { return client.getUserRoles(login); });
         },
         this,
         [this, login](const CallResult &result) {
