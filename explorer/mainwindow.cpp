@@ -133,6 +133,11 @@ CallLogModel *MainWindow::callLog() const
     return log->model();
 }
 
+QWidget *MainWindow::busyIndicator() const
+{
+    return busyText;
+}
+
 void MainWindow::buildActions()
 {
     QMenu *file = menuBar()->addMenu(tr("&File"));

@@ -48,6 +48,8 @@ public:
     // opens (for tests and unattended runs).
     void setInteractive(bool on) { interactive = on; }
     QString lastFailure() const { return failure; }
+    // The status bar's note of a call that takes long.
+    QWidget *busyIndicator() const;
     // The "connection lost" banner.
     QWidget *banner() const { return lostBanner; }
 

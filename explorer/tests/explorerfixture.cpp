@@ -60,18 +60,28 @@ void ExplorerFixture::cleanupTestCase()
 std::unique_ptr<MainWindow> ExplorerFixture::openWindow(const QString &user,
                                                         const QString &password)
 {
-    auto window = std::make_unique<MainWindow>(paths);
+    auto window = newWindow();
     window->setInteractive(false);
     window->show();
     QSignalSpy loggedIn(window.get(), &MainWindow::archivesLoaded);
+    window->connectTo(settingsFor(user), password);
+    if (!loggedIn.wait(answerTimeoutMs) || !waitIdle(*window))
+        return nullptr;
+    return window;
+}
+
+std::unique_ptr<MainWindow> ExplorerFixture::newWindow() const
+{
+    return std::make_unique<MainWindow>(paths);
+}
+
+ConnectionSettings ExplorerFixture::settingsFor(const QString &user) const
+{
     ConnectionSettings settings;
     settings.kind = ConnectionSettings::Embedded;
     settings.database = database;
     settings.user = user;
-    window->connectTo(settings, password);
-    if (!loggedIn.wait(answerTimeoutMs) || !waitIdle(*window))
-        return nullptr;
-    return window;
+    return settings;
 }
 
 bool ExplorerFixture::waitIdle(MainWindow &window)

@@ -2,6 +2,7 @@
 #define NUVEXPLORER_EXPLORERFIXTURE_H
 
 #include "classifyinterface.h"
+#include "connectionsettings.h"
 #include "pluginpaths.h"
 #include "records.h"
 
@@ -57,7 +58,11 @@ protected:
     // A second host on the same database, to prepare data and to check
     // what the explorer wrote.
     ClassifyInterface *other() { return otherClient.get(); }
+    // A window that has logged in and read its views, or null.
     std::unique_ptr<MainWindow> openWindow(const QString &user, const QString &password);
+    // A window that has done nothing yet, and where it would log in.
+    std::unique_ptr<MainWindow> newWindow() const;
+    nuvexplorer::ConnectionSettings settingsFor(const QString &user) const;
     // Opens a page of the Documents or the Administration tab as the
     // administrator.
     std::unique_ptr<MainWindow>

@@ -11,18 +11,24 @@
 #include "explorerfixture.h"
 #include "foldertree.h"
 #include "mainwindow.h"
+#include "passworddialog.h"
 #include "rolespage.h"
 
 #include <QApplication>
 #include <QComboBox>
+#include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
+#include <QScopeGuard>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTableWidget>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QTreeWidget>
 
 using namespace nuvexplorer;
@@ -41,6 +47,8 @@ private Q_SLOTS:
     void administrationOnlyForAdministrators();
     void callLogShowsCommandsAndServerErrors();
     void lostConnectionShowsBannerAndReconnects();
+    void slowCallShowsBusyIndicator();
+    void expiredPasswordIsChangedBeforeLogin();
 };
 
 void SessionTest::callsRunOffTheWindowThread()
@@ -271,6 +279,80 @@ void SessionTest::lostConnectionShowsBannerAndReconnects()
     QVERIFY(loggedIn.wait(answerTimeoutMs));
     QVERIFY(!window->banner()->isVisible());
     QVERIFY(window->isLoggedIn());
+}
+
+void SessionTest::slowCallShowsBusyIndicator()
+{
+    auto window = openWindow(adminUser, adminPassword);
+    QVERIFY2(window, "the login did not finish");
+    QVERIFY(!window->busyIndicator()->isVisible());
+    // The call holds the worker thread until the test lets it go; the
+    // window's thread goes on meanwhile and shows what it waits for.
+    QSemaphore hold;
+    auto release = qScopeGuard([&hold] { hold.release(); });
+    bool answered = false;
+    window->connection()->call(
+        QStringLiteral("getUsername"), QString(),
+        [&hold](ClassifyInterface &client) {
+            hold.acquire();
+            CallResult result;
+            result.ok = true;
+            result.value = client.getUsername();
+            return result;
+        },
+        window.get(), [&answered](const CallResult &) { answered = true; });
+    QTRY_VERIFY_WITH_TIMEOUT(window->busyIndicator()->isVisible(), answerTimeoutMs);
+    const QString shown = static_cast<QLabel *>(window->busyIndicator())->text();
+    QVERIFY2(shown.startsWith(QStringLiteral("getUsername ... ")), qPrintable(shown));
+    QVERIFY(!answered);
+    release.dismiss();
+    hold.release();
+    QTRY_VERIFY_WITH_TIMEOUT(answered, answerTimeoutMs);
+    QTRY_VERIFY_WITH_TIMEOUT(!window->busyIndicator()->isVisible(), answerTimeoutMs);
+}
+
+void SessionTest::expiredPasswordIsChangedBeforeLogin()
+{
+    // A first password set by an administrator must be changed at the
+    // first login.
+    const QString oldPassword = QStringLiteral("temp-first-11");
+    const QString newPassword = QStringLiteral("temp-chosen-22");
+    QVERIFY2(other()->setUsers({ record({ "temp", oldPassword, "Tim Temp", "", "1" }) }),
+             qPrintable(other()->errorString()));
+
+    auto window = newWindow();
+    window->show();
+    // The dialogs run their own event loop: answer them from a timer.
+    QString unexpected;
+    int asked = 0;
+    QTimer answer;
+    answer.setInterval(20);
+    connect(&answer, &QTimer::timeout, this, [&] {
+        QWidget *modal = QApplication::activeModalWidget();
+        if (auto *dialog = qobject_cast<PasswordDialog *>(modal)) {
+            ++asked;
+            dialog->findChild<QLineEdit *>(QStringLiteral("newPassword"))->setText(newPassword);
+            dialog->findChild<QLineEdit *>(QStringLiteral("repeatPassword"))->setText(newPassword);
+            dialog->accept();
+        } else if (auto *other = qobject_cast<QDialog *>(modal)) {
+            unexpected = other->windowTitle();
+            other->reject();
+        }
+    });
+    answer.start();
+    QSignalSpy loggedIn(window.get(), &MainWindow::archivesLoaded);
+    window->connectTo(settingsFor(QStringLiteral("temp")), oldPassword);
+    QVERIFY(loggedIn.wait(answerTimeoutMs));
+    answer.stop();
+    QVERIFY2(unexpected.isEmpty(), qPrintable(unexpected));
+    QCOMPARE(asked, 1);
+    QVERIFY(window->isLoggedIn());
+    QVERIFY(!window->isAdministrator());
+    QVERIFY(waitIdle(*window));
+
+    // The new password is the one that counts now.
+    auto again = openWindow(QStringLiteral("temp"), newPassword);
+    QVERIFY2(again, "the login with the new password did not finish");
 }
 
 // The pages of the Documents and Administration tabs (pagetests.cpp).
