@@ -6,6 +6,7 @@
 #include "foldertree.h"
 #include "records.h"
 
+#include <QAction>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -61,6 +62,12 @@ BrowseView::BrowseView(Connection *connection, QWidget *parent)
     table->horizontalHeader()->setStretchLastSection(true);
     connect(table->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
             &BrowseView::onDocumentChosen);
+    auto *trash = new QAction(tr("Move to &trash"), table);
+    trash->setShortcut(QKeySequence::Delete);
+    trash->setShortcutContext(Qt::WidgetShortcut);
+    connect(trash, &QAction::triggered, this, &BrowseView::trashSelected);
+    table->addAction(trash);
+    table->setContextMenuPolicy(Qt::ActionsContextMenu);
 
     auto *filterLabel = new QLabel(tr("F&ilter:"), this);
     filterLabel->setBuddy(filterEdit);
@@ -198,6 +205,27 @@ void BrowseView::fillAttributes(const QString &id)
                     if (fieldList.at(i).attribute && fieldList.at(i).name == parts.value(0))
                         model->item(row, i + 1)->setText(parts.value(1));
             }
+        });
+}
+
+void BrowseView::trashSelected()
+{
+    const QString id = selectedDocument();
+    if (id.isEmpty())
+        return;
+    connection->call(
+        QStringLiteral("moveDocumentsToTrash"), id,
+        [id](ClassifyInterface &client) {
+            return Connection::fromBool(client, client.moveDocumentsToTrash({ id }));
+        },
+        this,
+        [this, id](const CallResult &result) {
+            if (!result.ok) {
+                emit failed(QStringLiteral("moveDocumentsToTrash"), result.error);
+                return;
+            }
+            emit documentTrashed(id);
+            loadDocuments(currentConditions);
         });
 }
 

@@ -47,10 +47,13 @@ public:
 
 public Q_SLOTS:
     void reload() override;
+    // Moves the selected document to the trash.
+    void trashSelected();
 
 Q_SIGNALS:
     // The document list shows what the server answered.
     void documentsLoaded();
+    void documentTrashed(const QString &id);
 
 private:
     void loadDocuments(const QStringList &conditions);

@@ -9,6 +9,7 @@
 #include "documentsview.h"
 #include "passworddialog.h"
 #include "records.h"
+#include "trashpage.h"
 
 #include <QAction>
 #include <QApplication>
@@ -93,6 +94,7 @@ MainWindow::MainWindow(const PluginPaths &paths, QWidget *parent)
     connect(link, &Connection::callFinished, log->model(), &CallLogModel::append);
     connect(link, &Connection::serverRequest, this, &MainWindow::onServerRequest);
     connect(link, &Connection::clientDisconnect, this, &MainWindow::onDisconnected);
+    connect(browse, &BrowseView::documentTrashed, documents->trashPage(), &TrashPage::remember);
     for (View *view : { static_cast<View *>(browse), static_cast<View *>(documents) })
         connect(view, &View::failed, this, &MainWindow::showFailure);
     connect(pages, &QTabWidget::currentChanged, this, [this] {

@@ -47,6 +47,12 @@ void TrashPage::forget()
     documents->setRowCount(0);
 }
 
+void TrashPage::remember(const QString &id)
+{
+    if (!shown.contains(id))
+        shown << id;
+}
+
 QStringList TrashPage::typed()
 {
     QStringList list = nameList(numbers->text());

@@ -28,6 +28,8 @@ public:
     QLabel *countLabel() const { return count; }
     // Another archive: the documents shown belong to the old one.
     void forget();
+    // A document moved to the trash elsewhere in the window.
+    void remember(const QString &id);
 
 public Q_SLOTS:
     void reload() override;

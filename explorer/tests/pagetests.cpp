@@ -3,6 +3,7 @@
 
 #include "adminview.h"
 #include "attributespage.h"
+#include "browseview.h"
 #include "clipboardspage.h"
 #include "connection.h"
 #include "documentsview.h"
@@ -24,6 +25,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QTableView>
 #include <QTableWidget>
 #include <QTest>
 #include <QTreeWidget>
@@ -37,6 +39,7 @@ class PagesTest : public ExplorerFixture
 private Q_SLOTS:
     void trashMovesAndRestores_data();
     void trashMovesAndRestores();
+    void deleteKeyInTheListTrashesTheDocument();
     void clipboardHoldsCards();
     void shareIsCreatedListedAndDeleted();
     void savedSearchIsCreatedRunAndDeleted();
@@ -88,6 +91,39 @@ void PagesTest::trashMovesAndRestores()
     QCOMPARE(other()->getDocuments({ QStringLiteral("folder=F3") }).size(), before + listed);
     if (!restore)
         QVERIFY(other()->removeDocumentsFromTrash({ id }));
+}
+
+void PagesTest::deleteKeyInTheListTrashesTheDocument()
+{
+    QString id;
+    QVERIFY2(other()->classify(
+                 id, { record({ "title", "Thrown away by key" }), record({ "folder", "F2" }) }),
+             qPrintable(other()->errorString()));
+    auto window = openWindow(adminUser, adminPassword);
+    QVERIFY2(window, "the login did not finish");
+    BrowseView *browse = window->browseView();
+    QVERIFY(browse->folders()->selectKey(QStringLiteral("F2")));
+    QVERIFY(waitIdle(*window));
+    QVERIFY(browse->selectDocument(id));
+    QVERIFY(waitIdle(*window));
+    // The shortcut belongs to the list: it must have the focus.
+    window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(window.get()));
+    browse->documents()->setFocus();
+    QTest::keyClick(browse->documents(), Qt::Key_Delete);
+    QVERIFY(waitIdle(*window));
+    QVERIFY(!column(browse->documents()->model(), QStringLiteral("Title"))
+                 .contains(QStringLiteral("Thrown away by key")));
+    // The trash page lists it.
+    DocumentsView *documents = window->documentsView();
+    window->tabs()->setCurrentWidget(documents);
+    documents->tabs()->setCurrentWidget(documents->trashPage());
+    QVERIFY(waitIdle(*window));
+    QTableWidget *trash = documents->trashPage()->table();
+    QCOMPARE(trash->rowCount(), 1);
+    QCOMPARE(trash->item(0, 0)->text(), id);
+    QCOMPARE(trash->item(0, 3)->text(), QStringLiteral("yes"));
+    QVERIFY(other()->removeDocumentsFromTrash({ id }));
 }
 
 void PagesTest::clipboardHoldsCards()
