@@ -36,6 +36,9 @@ void FolderTree::reload()
     if (!selectedKey().isEmpty() || wanted.isEmpty())
         wanted = selectedKey();
     const QString archive = currentArchive;
+    // Answers of an older reload that are still on their way are dropped:
+    // two chains would otherwise fill one tree twice.
+    const int round = ++generation;
     // The structure key of an archive's folders is its tenant's number.
     connection->call(
         QStringLiteral("getMandanten"), QString(),
@@ -52,7 +55,9 @@ void FolderTree::reload()
             return Connection::fromBool(client, ok, key, key);
         },
         this,
-        [this](const CallResult &result) {
+        [this, round](const CallResult &result) {
+            if (round != generation)
+                return;
             if (!result.ok) {
                 emit failed(QStringLiteral("getMandanten"), result.error);
                 return;
@@ -69,7 +74,9 @@ void FolderTree::reload()
                     return Connection::fromBool(client, ok, folders);
                 },
                 this,
-                [this](const CallResult &folders) {
+                [this, round](const CallResult &folders) {
+                    if (round != generation)
+                        return;
                     if (!folders.ok)
                         emit failed(QStringLiteral("getFolderStructure"), folders.error);
                     clear();
@@ -88,8 +95,8 @@ void FolderTree::reload()
                             return Connection::fromBool(client, ok, list);
                         },
                         this,
-                        [this](const CallResult &result) {
-                            if (result.ok)
+                        [this, round](const CallResult &result) {
+                            if (result.ok && round == generation)
                                 showFolders(system, result.value.toStringList(), SystemFolder);
                         });
                     connection->call(
@@ -99,7 +106,9 @@ void FolderTree::reload()
                                 client, [&] { return client.getExtentedSearch({ QString() }); });
                         },
                         this,
-                        [this](const CallResult &result) {
+                        [this, round](const CallResult &result) {
+                            if (round != generation)
+                                return;
                             showSearches(result.value.toStringList());
                             if (!wanted.isEmpty() && selectKey(wanted))
                                 wanted.clear();

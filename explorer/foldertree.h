@@ -52,6 +52,7 @@ private:
     QTreeWidgetItem *system = nullptr;
     QTreeWidgetItem *searches = nullptr;
     QString wanted;
+    int generation = 0;
 };
 
 } // namespace nuvexplorer

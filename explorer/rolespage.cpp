@@ -87,13 +87,17 @@ void RolesPage::reload()
 {
     if (!name->text().isEmpty())
         wanted = name->text();
+    // Answers of an older reload still on their way are dropped.
+    const int round = ++generation;
     connection->call(
         QStringLiteral("getRoleList"), QString(),
         [](ClassifyInterface &client) {
             return Connection::readList(client, [&] { return client.getRoleList(); });
         },
         this,
-        [this](const CallResult &result) {
+        [this, round](const CallResult &result) {
+            if (round != generation)
+                return;
             if (!result.ok) {
                 emit failed(QStringLiteral("getRoleList"), result.error);
                 return;
@@ -137,7 +141,9 @@ void RolesPage::readMembers()
                     return Connection::readList(client, [&] { return (client.*read)(role); });
                 },
                 this,
-                [this, role, list = kind.list](const CallResult &result) {
+                [this, role, list = kind.list, round = generation](const CallResult &result) {
+                    if (round != generation)
+                        return;
                     if (known.contains(role))
                         known[role].*list = result.value.toStringList();
                     if (--outstanding == 0)

@@ -62,6 +62,7 @@ private:
     QLineEdit *memberRoles;
     QMap<QString, Role> known;
     int outstanding = 0;
+    int generation = 0;
     QString wanted;
 };
 

@@ -48,6 +48,7 @@ private Q_SLOTS:
     void callLogShowsCommandsAndServerErrors();
     void lostConnectionShowsBannerAndReconnects();
     void slowCallShowsBusyIndicator();
+    void quickReloadsShowEachEntryOnce();
     void expiredPasswordIsChangedBeforeLogin();
 };
 
@@ -279,6 +280,29 @@ void SessionTest::lostConnectionShowsBannerAndReconnects()
     QVERIFY(loggedIn.wait(answerTimeoutMs));
     QVERIFY(!window->banner()->isVisible());
     QVERIFY(window->isLoggedIn());
+}
+
+void SessionTest::quickReloadsShowEachEntryOnce()
+{
+    QVERIFY2(other()->addExtentedSearch(QStringLiteral("Invoices"), QString(),
+                                        { QStringLiteral("title~Invoice") }),
+             qPrintable(other()->errorString()));
+    auto removeSearch
+        = qScopeGuard([this] { other()->deleteExtentedSearch(QStringLiteral("Invoices")); });
+    auto window = openWindow(adminUser, adminPassword);
+    QVERIFY2(window, "the login did not finish");
+    // Two reloads whose answers interleave on the worker's queue.
+    BrowseView *browse = window->browseView();
+    browse->reload();
+    browse->reload();
+    QVERIFY(waitIdle(*window));
+    QMap<int, int> kinds;
+    for (QTreeWidgetItemIterator it(browse->folders()); *it; ++it)
+        ++kinds[(*it)->data(0, FolderTree::KindRole).toInt()];
+    QCOMPARE(kinds.value(FolderTree::AllDocuments), 1);
+    QCOMPARE(kinds.value(FolderTree::Folder), 3);
+    QCOMPARE(kinds.value(FolderTree::Search), 1);
+    QCOMPARE(browse->folders()->topLevelItemCount(), 3);
 }
 
 void SessionTest::slowCallShowsBusyIndicator()
