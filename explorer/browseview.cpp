@@ -166,7 +166,13 @@ void BrowseView::showDocuments(const QStringList &records)
         row << id;
         for (const Field &field : qAsConst(fieldList)) {
             const int index = field.attribute ? -1 : recordIndex(field.name);
-            row << new QStandardItem(index >= 0 ? parts.value(index) : QString());
+            auto *cell = new QStandardItem(index >= 0 ? parts.value(index) : QString());
+            // Folders by name; the key stays in the tool tip.
+            if (index == recordIndex(QStringLiteral("folder"))) {
+                cell->setToolTip(cell->text());
+                cell->setText(tree->folderName(cell->text()));
+            }
+            row << cell;
             anyAttribute = anyAttribute || field.attribute;
         }
         auto *revision = new QStandardItem;

@@ -195,6 +195,12 @@ bool FolderTree::selectKey(const QString &key)
     return true;
 }
 
+QString FolderTree::folderName(const QString &key) const
+{
+    const QTreeWidgetItem *item = key.isEmpty() ? nullptr : findKey(key);
+    return item ? item->text(NameColumn) : key;
+}
+
 QString FolderTree::selectedKey() const
 {
     const QTreeWidgetItem *item = currentItem();

@@ -29,6 +29,9 @@ public:
     // Selects the folder or search with this key; false when there is none.
     bool selectKey(const QString &key);
     QString selectedKey() const;
+    // The name of the folder with this key; the key itself when the tree
+    // does not hold it.
+    QString folderName(const QString &key) const;
     // The tenant number the folder structure belongs to.
     QString structureKey() const { return structure; }
 

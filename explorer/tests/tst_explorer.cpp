@@ -16,12 +16,14 @@
 
 #include <QApplication>
 #include <QComboBox>
+#include <QFile>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QSemaphore>
+#include <QSettings>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QTableView>
@@ -49,6 +51,7 @@ private Q_SLOTS:
     void lostConnectionShowsBannerAndReconnects();
     void slowCallShowsBusyIndicator();
     void quickReloadsShowEachEntryOnce();
+    void settingsKeepConnectionAndGeometryButNoPassword();
     void expiredPasswordIsChangedBeforeLogin();
 };
 
@@ -107,6 +110,9 @@ void SessionTest::editingAFieldClassifiesAndGrowsTheHistory()
     QVERIFY(waitIdle(*window));
     const QStringList titles = column(browse->documents()->model(), QStringLiteral("Title"));
     QVERIFY2(titles.contains(QStringLiteral("Invoice 4712")), qPrintable(titles.join(", ")));
+    // Folders show by name.
+    QVERIFY(column(browse->documents()->model(), QStringLiteral("Folder"))
+                .contains(QStringLiteral("Invoices")));
 
     // The first document: open it and read its history.
     QVERIFY(browse->selectDocument(QStringLiteral("1")));
@@ -305,6 +311,30 @@ void SessionTest::quickReloadsShowEachEntryOnce()
     QCOMPARE(browse->folders()->topLevelItemCount(), 3);
 }
 
+void SessionTest::settingsKeepConnectionAndGeometryButNoPassword()
+{
+    {
+        auto window = openWindow(clerkUser, clerkPassword);
+        QVERIFY2(window, "the login did not finish");
+        window->resize(910, 610);
+        QVERIFY(window->close());
+    }
+    QSettings settings;
+    settings.sync();
+    QCOMPARE(settings.value(QStringLiteral("connection/user")).toString(), clerkUser);
+    QCOMPARE(settings.value(QStringLiteral("connection/kind")).toString(),
+             QStringLiteral("embedded"));
+    for (const QString &key : settings.allKeys())
+        QVERIFY2(!settings.value(key).toString().contains(clerkPassword), qPrintable(key));
+    QFile file(settings.fileName());
+    QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(settings.fileName()));
+    QVERIFY(!file.readAll().contains(clerkPassword.toUtf8()));
+
+    // The next window opens where the last one was closed, at its size.
+    auto next = newWindow();
+    QCOMPARE(next->size(), QSize(910, 610));
+}
+
 void SessionTest::slowCallShowsBusyIndicator()
 {
     auto window = openWindow(adminUser, adminPassword);
@@ -391,6 +421,8 @@ int main(int argc, char **argv)
         return 1;
     qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
     QApplication app(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("nuvclassify"));
+    QApplication::setApplicationName(QStringLiteral("nuvexplorer-test"));
     SessionTest session;
     const int sessionStatus = QTest::qExec(&session, argc, argv);
     const int pageStatus = runPageTests(argc, argv);
