@@ -185,9 +185,15 @@ void MainWindow::connectTo(const ConnectionSettings &settings, const QString &pa
         return;
     }
     // The STOMP transport reads its CA file from the environment at every
-    // connect.
-    if (settings.kind == ConnectionSettings::Broker && settings.tls && !settings.caFile.isEmpty())
+    // connect. One set here for an earlier connection goes again; one the
+    // user set before starting the program stays.
+    if (settings.kind == ConnectionSettings::Broker && settings.tls && !settings.caFile.isEmpty()) {
         qputenv("NUV_STOMP_CA_FILE", settings.caFile.toLocal8Bit());
+        caFileSet = true;
+    } else if (caFileSet) {
+        qunsetenv("NUV_STOMP_CA_FILE");
+        caFileSet = false;
+    }
     loggedInFlag = false;
     pollTimer->stop();
     login(settings, password);

@@ -105,6 +105,7 @@ private:
     bool loggedInFlag = false;
     bool administrator = false;
     bool interactive = true;
+    bool caFileSet = false;
     QString failure;
 };
 

@@ -40,6 +40,8 @@ class SessionTest : public ExplorerFixture
     Q_OBJECT
 
 private Q_SLOTS:
+    void loginAddresses_data();
+    void loginAddresses();
     void callsRunOffTheWindowThread();
     void editingAFieldClassifiesAndGrowsTheHistory_data();
     void editingAFieldClassifiesAndGrowsTheHistory();
@@ -54,6 +56,52 @@ private Q_SLOTS:
     void settingsKeepConnectionAndGeometryButNoPassword();
     void expiredPasswordIsChangedBeforeLogin();
 };
+
+void SessionTest::loginAddresses_data()
+{
+    QTest::addColumn<bool>("broker");
+    QTest::addColumn<QString>("where");
+    QTest::addColumn<bool>("tls");
+    QTest::addColumn<QStringList>("addresses");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("database") << false << "/srv/office.db" << false
+                              << QStringList { "/srv/office.db:0" } << "";
+    QTest::newRow("no database") << false << " " << false << QStringList()
+                                 << "Choose the database file.";
+    QTest::newRow("one broker") << true << "broker:61614" << false << QStringList { "broker:61614" }
+                                << "";
+    QTest::newRow("default port") << true << "broker" << false << QStringList { "broker:61613" }
+                                  << "";
+    QTest::newRow("list") << true << "a:1, b:2 ,," << false << QStringList { "a:1", "b:2" } << "";
+    QTest::newRow("tls") << true << "a:1,b:2" << true << QStringList { "ssl://a:1", "ssl://b:2" }
+                         << "";
+    QTest::newRow("ipv6") << true << "[::1]:61614" << false << QStringList { "[::1]:61614" } << "";
+    QTest::newRow("bad port") << true << "a:99999" << false << QStringList()
+                              << "'a:99999' does not end in a port number (1-65535).";
+    QTest::newRow("no broker") << true << " , " << false << QStringList()
+                               << "Name at least one broker as host:port.";
+}
+
+void SessionTest::loginAddresses()
+{
+    QFETCH(bool, broker);
+    QFETCH(QString, where);
+    QFETCH(bool, tls);
+    QFETCH(QStringList, addresses);
+    QFETCH(QString, error);
+    ConnectionSettings settings;
+    settings.kind = broker ? ConnectionSettings::Broker : ConnectionSettings::Embedded;
+    (broker ? settings.brokers : settings.database) = where;
+    settings.tls = tls;
+    QVector<QPair<QString, int>> list;
+    QString problem;
+    QCOMPARE(settings.addresses(&list, &problem), error.isEmpty());
+    QCOMPARE(problem, error);
+    QStringList shown;
+    for (const auto &address : qAsConst(list))
+        shown << QStringLiteral("%1:%2").arg(address.first).arg(address.second);
+    QCOMPARE(shown, addresses);
+}
 
 void SessionTest::callsRunOffTheWindowThread()
 {
