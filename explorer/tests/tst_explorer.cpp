@@ -45,6 +45,8 @@ private Q_SLOTS:
     void callsRunOffTheWindowThread();
     void editingAFieldClassifiesAndGrowsTheHistory_data();
     void editingAFieldClassifiesAndGrowsTheHistory();
+    void listIsFilteredAndSorted_data();
+    void listIsFilteredAndSorted();
     void anotherSessionsWriteReloadsTheOpenViews();
     void administratorEditsARole();
     void administrationOnlyForAdministrators_data();
@@ -187,6 +189,40 @@ void SessionTest::editingAFieldClassifiesAndGrowsTheHistory()
     QCOMPARE(details->historyTable()->item(historyBefore, 2)->text(), QStringLiteral("classified"));
     QCOMPARE(details->dataTable()->item(row, 1)->text(), value);
     QCOMPARE(other()->getDocumentData(QStringLiteral("1"), field), QStringList { value });
+}
+
+void SessionTest::listIsFilteredAndSorted_data()
+{
+    QTest::addColumn<QString>("filter");
+    QTest::addColumn<Qt::SortOrder>("order");
+    QTest::addColumn<QStringList>("ids");
+    QTest::newRow("all, ascending") << "" << Qt::AscendingOrder << QStringList { "1", "2" };
+    QTest::newRow("all, descending") << "" << Qt::DescendingOrder << QStringList { "2", "1" };
+    QTest::newRow("by title") << "4712" << Qt::AscendingOrder << QStringList { "2" };
+    QTest::newRow("any case, any column")
+        << "INVOICES" << Qt::DescendingOrder << QStringList { "2", "1" };
+    QTest::newRow("nothing") << "no such text" << Qt::AscendingOrder << QStringList();
+}
+
+void SessionTest::listIsFilteredAndSorted()
+{
+    QFETCH(QString, filter);
+    QFETCH(Qt::SortOrder, order);
+    QFETCH(QStringList, ids);
+    auto window = openWindow(clerkUser, clerkPassword);
+    QVERIFY2(window, "the login did not finish");
+    BrowseView *browse = window->browseView();
+    QVERIFY(browse->folders()->selectKey(QStringLiteral("F1")));
+    QVERIFY(waitIdle(*window));
+    // Only the documents made for every test, whatever others added.
+    const QStringList base { QStringLiteral("1"), QStringLiteral("2") };
+    QTest::keyClicks(browse->filter(), filter);
+    browse->documents()->sortByColumn(0, order);
+    QStringList shown;
+    for (const QString &id : column(browse->documents()->model(), QStringLiteral("Id")))
+        if (base.contains(id))
+            shown << id;
+    QCOMPARE(shown, ids);
 }
 
 void SessionTest::anotherSessionsWriteReloadsTheOpenViews()
