@@ -22,7 +22,7 @@ QWidget *withBrowseButton(QLineEdit *edit, QObject *receiver, std::function<void
     auto *layout = new QHBoxLayout(row);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(edit);
-    auto *button = new QPushButton(QObject::tr("Browse..."), row);
+    auto *button = new QPushButton(ConnectDialog::tr("Browse..."), row);
     QObject::connect(button, &QPushButton::clicked, receiver, std::move(choose));
     layout->addWidget(button);
     return row;
