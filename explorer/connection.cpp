@@ -5,9 +5,26 @@
 
 namespace nuvexplorer {
 
+// Lives on the worker thread; each queued runNext() runs one task.
+class CallRunner : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit CallRunner(Connection *connection)
+        : connection(connection)
+    { }
+
+public Q_SLOTS:
+    void runNext() { connection->runNext(); }
+
+private:
+    Connection *connection;
+};
+
 Connection::Connection(QObject *parent)
     : QObject(parent)
-    , worker(new QObject)
+    , worker(new CallRunner(this))
 {
     qRegisterMetaType<nuvexplorer::CallRecord>();
     thread.setObjectName(QStringLiteral("nuvexplorer client"));
@@ -19,8 +36,7 @@ Connection::~Connection()
 {
     // The client goes on the thread it lives on, after the calls queued
     // before; its destructor ends the session.
-    QMetaObject::invokeMethod(
-        worker,
+    toWorker(
         [this] {
             delete client;
             client = nullptr;
@@ -28,6 +44,9 @@ Connection::~Connection()
         Qt::BlockingQueuedConnection);
     thread.quit();
     thread.wait();
+    // The worker's last task ended with the queue's lock; taking it once
+    // more orders all it did before what goes now.
+    std::lock_guard<std::mutex> locked(queueLock);
     delete worker;
 }
 
@@ -50,24 +69,19 @@ bool Connection::open(const QString &pluginFile, const QString &transportDir, QS
         loadedFile = pluginFile;
     }
     ClassifyInterface *factory = root;
-    QMetaObject::invokeMethod(
-        worker,
-        [this, factory, transportDir] {
-            delete client;
-            client = factory->createInstance(transportDir);
-            if (!client)
-                return;
-            QMetaObject::invokeMethod(
-                this, [this, handle = QPointer<QObject>(client)] { clientHandle = handle; },
+    toWorker([this, factory, transportDir] {
+        delete client;
+        client = factory->createInstance(transportDir);
+        if (!client)
+            return;
+        toWindow([this, handle = QPointer<QObject>(client)] { clientHandle = handle; });
+        // By name: the signals belong to the plugin's class, not to the
+        // interface this program was built against.
+        connect(client, SIGNAL(serverRequest(QString)), this, SLOT(onServerRequest(QString)),
                 Qt::QueuedConnection);
-            // By name: the signals belong to the plugin's class, not to the
-            // interface this program was built against.
-            connect(client, SIGNAL(serverRequest(QString)), this, SLOT(onServerRequest(QString)),
-                    Qt::QueuedConnection);
-            connect(client, SIGNAL(clientDisconnect()), this, SLOT(onClientDisconnect()),
-                    Qt::QueuedConnection);
-        },
-        Qt::QueuedConnection);
+        connect(client, SIGNAL(clientDisconnect()), this, SLOT(onClientDisconnect()),
+                Qt::QueuedConnection);
+    });
     return true;
 }
 
@@ -86,22 +100,62 @@ void Connection::call(const QString &operation, const QString &arguments, Body b
     entry.hasContext = context != nullptr;
     entry.done = std::move(done);
 
-    QMetaObject::invokeMethod(
-        worker,
-        [this, id, body = std::move(body)] {
-            QElapsedTimer timer;
-            timer.start();
-            CallResult result;
-            if (client)
-                result = body(*client);
-            else
-                result.error = tr("The classify plugin made no client.");
-            const qint64 milliseconds = timer.elapsed();
-            QMetaObject::invokeMethod(
-                this, [this, id, result, milliseconds] { finish(id, result, milliseconds); },
-                Qt::QueuedConnection);
-        },
-        Qt::QueuedConnection);
+    toWorker([this, id, body = std::move(body)] {
+        QElapsedTimer timer;
+        timer.start();
+        CallResult result;
+        if (client)
+            result = body(*client);
+        else
+            result.error = tr("The classify plugin made no client.");
+        const qint64 milliseconds = timer.elapsed();
+        toWindow([this, id, result, milliseconds] { finish(id, result, milliseconds); });
+    });
+}
+
+void Connection::toWorker(Task task, Qt::ConnectionType type)
+{
+    {
+        std::lock_guard<std::mutex> locked(queueLock);
+        workerTasks.push_back(std::move(task));
+    }
+    QMetaObject::invokeMethod(worker, "runNext", type);
+}
+
+void Connection::runNext()
+{
+    Task task;
+    {
+        std::lock_guard<std::mutex> locked(queueLock);
+        if (workerTasks.empty())
+            return;
+        task = std::move(workerTasks.front());
+        workerTasks.pop_front();
+    }
+    task();
+    // Taking the lock once more orders what the task did before whatever
+    // the window's thread does after its next lock (the end, say).
+    std::lock_guard<std::mutex> locked(queueLock);
+}
+
+void Connection::toWindow(Task task)
+{
+    {
+        std::lock_guard<std::mutex> locked(queueLock);
+        windowTasks.push_back(std::move(task));
+    }
+    QMetaObject::invokeMethod(this, "deliver", Qt::QueuedConnection);
+}
+
+void Connection::deliver()
+{
+    std::deque<Task> tasks;
+    {
+        std::lock_guard<std::mutex> locked(queueLock);
+        tasks.swap(windowTasks);
+    }
+    for (Task &task : tasks)
+        task();
 }
 
 void Connection::finish(quint64 id, const CallResult &result, qint64 milliseconds)
@@ -181,3 +235,5 @@ void Connection::onClientDisconnect()
 }
 
 } // namespace nuvexplorer
+
+#include "connection.moc"

@@ -10,11 +10,15 @@
 #include <QThread>
 #include <QVariant>
 
+#include <deque>
 #include <functional>
+#include <mutex>
 
 class ClassifyInterface;
 
 namespace nuvexplorer {
+
+class CallRunner;
 
 // What one call gave back: success, the value the view needs, the error
 // text as the server or the plugin wrote it, and a short text for the log.
@@ -102,6 +106,8 @@ Q_SIGNALS:
 private Q_SLOTS:
     void onServerRequest(const QString &request);
     void onClientDisconnect();
+    // Runs, on this object's thread, what the worker handed back.
+    void deliver();
 
 private:
     struct Pending
@@ -113,10 +119,21 @@ private:
         Done done;
     };
 
+    friend class CallRunner;
+    using Task = std::function<void()>;
+
     void finish(quint64 id, const CallResult &result, qint64 milliseconds);
+    // The two queues between the threads. The mutex, not Qt's event queue,
+    // orders what crosses, so that ThreadSanitizer sees the order too.
+    void toWorker(Task task, Qt::ConnectionType type = Qt::QueuedConnection);
+    void toWindow(Task task);
+    void runNext();
 
     QThread thread;
-    QObject *worker = nullptr;
+    CallRunner *worker = nullptr;
+    std::mutex queueLock;
+    std::deque<Task> workerTasks;
+    std::deque<Task> windowTasks;
     QPluginLoader loader;
     ClassifyInterface *root = nullptr;
     QString loadedFile;
