@@ -1,0 +1,13 @@
+#include "pluginpaths.h"
+
+#include "installlayout.h"
+
+namespace nuvexplorer {
+
+PluginPaths locatePlugins()
+{
+    return { nuvlayout::classifyPluginFile(), nuvlayout::stompTransportDirectory(),
+             nuvlayout::embeddedTransportDirectory() };
+}
+
+} // namespace nuvexplorer
