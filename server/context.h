@@ -43,6 +43,7 @@ public:
     const QString requestArchive; // the request's current archive
     const QStringList requestPlugins; // the request's availablePlugins list
     QString token; // the caller's connection
+    QString origin; // where the request came from, for login throttling; empty: a local host
     std::optional<Session> session;
 
     // Request fields. The `what` texts name the field in error messages.

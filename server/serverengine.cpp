@@ -6,6 +6,7 @@
 #include "context.h"
 #include "dialect.h"
 #include "records.h"
+#include "requestlimits.h"
 #include "schema.h"
 #include "sql.h"
 
@@ -47,14 +48,19 @@ const QHash<QString, CommandEntry> &commandTable()
 
 void setError(nuvMQClassifyMessage &reply, const QString &text)
 {
+    // The parts of a text that echo the request are cut where they are
+    // made (echoed()); this bounds whatever a handler still lets through.
+    constexpr int longest = 2000;
     reply.command = QStringLiteral("ERROR");
     reply.hasErrorText = true;
-    reply.errorText = text;
+    reply.errorText = text.size() <= longest ? text : text.left(longest) + QStringLiteral("…");
 }
 
 QString describe(const QString &word, const Failure &failure)
 {
-    return failure.bare ? failure.text : word + QStringLiteral(": ") + failure.text;
+    if (failure.bare || word.isEmpty())
+        return failure.text;
+    return echoed(word) + QStringLiteral(": ") + failure.text;
 }
 
 // Runs `work`; whatever it throws becomes the failure it reports.
@@ -187,6 +193,7 @@ bool ServerEngine::ensureConnection(QString *error)
         closeConnection();
         return false;
     }
+    limitStatementTime(db, engineOptions.statementTimeoutMs);
     return true;
 }
 
@@ -293,10 +300,11 @@ void ServerEngine::forgetProcessedRequests(int hours)
 
 nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
                                           const QString &sessionToken, const QString &requestKey,
-                                          bool *replayed)
+                                          bool *replayed, const QString &origin)
 {
     if (replayed)
         *replayed = false;
+    callerLogin.clear();
     const QString word = request.command;
     QString error;
     if (!opened || !ensureConnection(&error)) {
@@ -306,12 +314,20 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
                      .arg(word, opened ? error : QStringLiteral("not opened")));
         return reply;
     }
+    // Before any work, and before the database: what is refused here costs
+    // the other callers nothing.
+    if (const std::optional<Failure> refused
+        = guarded([&] { checkRequest(request, engineOptions); })) {
+        nuvMQClassifyMessage reply;
+        setError(reply, describe(word, *refused));
+        return reply;
+    }
     const auto found = commandTable().constFind(word);
     if (word.isEmpty() || found == commandTable().constEnd()) {
         nuvMQClassifyMessage reply;
         setError(reply,
                  word.isEmpty() ? QStringLiteral("the request names no command")
-                                : QStringLiteral("unknown command '%1'").arg(word));
+                                : QStringLiteral("unknown command '%1'").arg(echoed(word)));
         return reply;
     }
     const CommandEntry &entry = found.value();
@@ -323,6 +339,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     // After beginRequest(): it may have replaced the connection.
     Context ctx(request, db, engineOptions);
     ctx.token = sessionToken;
+    ctx.origin = origin;
 
     if (!requestKey.isEmpty()) {
         // Seen before: its effect is in the database already, and so is the
@@ -336,6 +353,8 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
                 nuvMQClassifyMessage earlier;
                 earlier.fromWireBytes(query.value(0).toByteArray());
                 stored = earlier;
+                if (const std::optional<Session> session = loadSession(db, sessionToken))
+                    callerLogin = session->login;
             }
         });
         if (stored) {
@@ -356,13 +375,17 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     const std::optional<Failure> failure = guarded([&] {
         markerBefore = currentMarker(db);
         admitCaller(ctx, entry, sessionToken, engineOptions.sessionTimeoutMinutes);
+        callerLogin = ctx.login();
         if (!requestKey.isEmpty())
             changesBefore = changedRowCount();
         if (!(entry.flags & OutsideTransaction)) {
             entry.handler(ctx);
+            checkReply(ctx.reply, engineOptions);
             if (entry.flags & Writes)
                 bumpChangeCounter(db);
         }
+        if (ctx.session)
+            callerLogin = ctx.login();
         if (!requestKey.isEmpty())
             changesAfter = changedRowCount();
         markerAfter = currentMarker(db);
@@ -401,7 +424,10 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
         return ctx.reply;
     }
     if (lateWork) {
-        if (const std::optional<Failure> late = guarded([&] { entry.handler(ctx); })) {
+        if (const std::optional<Failure> late = guarded([&] {
+                entry.handler(ctx);
+                checkReply(ctx.reply, engineOptions);
+            })) {
             ctx.reply = nuvMQClassifyMessage();
             setError(ctx.reply, describe(word, *late));
         }

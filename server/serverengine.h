@@ -35,6 +35,21 @@ struct EngineOptions
     int busyTimeoutMs = 10000; // how long a request waits for another writer
     int sessionTimeoutMinutes = 0; // 0 = sessions never expire while idle
     int mailTimeoutSeconds = 30;
+    // What one request may ask for; beyond it the request is refused with
+    // a text naming the limit and its variable (docs/security-limits.md).
+    int maxListEntries = 10000; // entries of each list in a request
+    qint64 maxRequestBytes = 64 << 20; // the whole request, payloads included
+    int maxIds = 500; // distinct documents (or other ids) one command touches
+    qint64 maxReplyBytes = 64 << 20;
+    int statementTimeoutMs = 10000; // one database statement; 0 = unbounded
+    // Failed logins: each makes the account and the sending connection wait
+    // longer before the next attempt (doubling from loginDelayMs up to
+    // loginMaxDelayMs); loginLockFailures in a row lock the account for
+    // loginLockMinutes. 0 failures = never lock.
+    int loginDelayMs = 1000;
+    int loginMaxDelayMs = 60000;
+    int loginLockFailures = 10;
+    int loginLockMinutes = 15;
     // When both are set and the database has no user yet, open() creates
     // this administrator (lets an embedded host start from nothing).
     QString initialAdminUser;
@@ -76,8 +91,16 @@ public:
     // running again (`replayed` says so). Requests that changed nothing
     // (reads, failures that rolled back) are not recorded: running them
     // again repeats no effect. An empty key is the plain handle().
+    // `origin` names the connection the request came from, for the
+    // throttling of failed logins (loginthrottle.h); empty: a host that
+    // opened the database itself.
     nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const QString &sessionToken,
-                                const QString &requestKey, bool *replayed = nullptr);
+                                const QString &requestKey, bool *replayed = nullptr,
+                                const QString &origin = QString());
+    // The login the last handle() ran as (after a login: the new session's
+    // user); empty when the caller was not logged in. For the daemon's log,
+    // which must name who acted, not who the request claims to be.
+    QString lastCaller() const { return callerLogin; }
     // Removes records of processed requests older than `hours` (a broker
     // never delivers a request again after its callers have given up).
     void forgetProcessedRequests(int hours);
@@ -106,6 +129,7 @@ private:
     QSqlDatabase db;
     QThread *connectionThread = nullptr;
     bool opened = false;
+    QString callerLogin;
 };
 
 } // namespace nuvserver

@@ -33,6 +33,7 @@ void fail(const QString &text)
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
     QSqlQuery query(db);
+    statementStarting();
     if (query.exec(sql))
         return true;
     if (error)
@@ -48,6 +49,7 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
     bool done = false;
+    statementStarting();
     if (isPostgres(db)) {
         done = query.exec(withLiterals(db, sql, values));
     } else if (values.isEmpty()) {
@@ -66,6 +68,9 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     }
     if (!done) {
         const QString text = query.lastError().text();
+        if (isStatementTimeout(query.lastError()))
+            fail(QStringLiteral("a database statement ran longer than the limit"
+                                " (NUV_SERVER_STATEMENT_TIMEOUT_MS); ask for less at a time"));
         if (isForeignKeyViolation(text))
             fail(QStringLiteral("the change would break a reference between records"));
         if (isUniqueViolation(text))

@@ -1,0 +1,96 @@
+#include "requestlimits.h"
+
+#include "records.h"
+#include "sql.h"
+
+#include <QSet>
+
+namespace nuvserver {
+
+namespace {
+
+QString megabytesText(qint64 bytes)
+{
+    return QString::number(double(bytes) / (1 << 20), 'f', 1);
+}
+
+void checkText(const QString &text, const QString &where)
+{
+    if (!QStringView(text).isValidUtf16())
+        throw Failure { QStringLiteral("the request holds text that is not valid UTF-16 (an"
+                                       " unpaired surrogate in %1); nothing was stored")
+                            .arg(where),
+                        false, true };
+}
+
+void checkList(const QStringList &list, const QString &name, const EngineOptions &options)
+{
+    if (list.size() > options.maxListEntries)
+        fail(QStringLiteral("%1 holds %2 entries, more than the limit of %3"
+                            " (NUV_SERVER_MAX_LIST_ENTRIES)")
+                 .arg(name)
+                 .arg(list.size())
+                 .arg(options.maxListEntries));
+    for (int i = 0; i < list.size(); ++i)
+        checkText(list.at(i), QStringLiteral("%1 entry %2").arg(name).arg(i));
+}
+
+} // namespace
+
+void checkRequest(const nuvMQClassifyMessage &request, const EngineOptions &options)
+{
+    const qint64 size = request.wireSize();
+    if (size > options.maxRequestBytes)
+        fail(QStringLiteral("the request has %1 MB, more than the limit of %2 MB"
+                            " (NUV_SERVER_MAX_REQUEST_MB)")
+                 .arg(megabytesText(size), megabytesText(options.maxRequestBytes)));
+    nuvMQClassifyMessage fields = request;
+    const std::pair<const QString *, const char *> texts[] = {
+        { &request.command, "the command" },  { &request.errorText, "the error text" },
+        { &request.headerText1, "a header" }, { &request.headerText2, "a header" },
+        { &request.headerText3, "a header" }, { &request.headerText4, "a header" },
+        { &request.headerText5, "a header" },
+    };
+    for (const auto &text : texts)
+        checkText(*text.first, QLatin1String(text.second));
+    checkText(request.getDocId(), QStringLiteral("docId"));
+    checkText(request.getUpdateString(), QStringLiteral("updateString"));
+    checkText(fields.getCurrentArchive(), QStringLiteral("currentArchive"));
+    checkList(request.getDataList(), QStringLiteral("dataList"), options);
+    checkList(fields.getAvailablePlugins(), QStringLiteral("availablePlugins"), options);
+    if (request.getData().size() > options.maxListEntries)
+        fail(QStringLiteral("data holds %1 entries, more than the limit of %2"
+                            " (NUV_SERVER_MAX_LIST_ENTRIES)")
+                 .arg(request.getData().size())
+                 .arg(options.maxListEntries));
+}
+
+void checkReply(const nuvMQClassifyMessage &reply, const EngineOptions &options)
+{
+    const qint64 size = reply.wireSize();
+    if (size > options.maxReplyBytes)
+        fail(QStringLiteral("the reply would have %1 MB, more than the limit of %2 MB"
+                            " (NUV_SERVER_MAX_REPLY_MB); ask for less at a time")
+                 .arg(megabytesText(size), megabytesText(options.maxReplyBytes)));
+}
+
+QList<qint64> distinctIds(const QStringList &texts, const QString &what,
+                          const EngineOptions &options)
+{
+    QList<qint64> ids;
+    QSet<qint64> seen;
+    for (const QString &text : texts) {
+        const qint64 id = toNumber(text, what);
+        if (seen.contains(id))
+            continue;
+        if (ids.size() == options.maxIds)
+            fail(QStringLiteral("the request names more than %1 different ids, the limit"
+                                " (NUV_SERVER_MAX_IDS)")
+                     .arg(options.maxIds));
+        seen.insert(id);
+        ids.append(id);
+    }
+    return ids;
+}
+
+} // namespace nuvserver
