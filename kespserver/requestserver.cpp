@@ -1,5 +1,7 @@
 #include "requestserver.h"
 
+#include "base64text.h"
+#include "logtext.h"
 #include "serverengine.h"
 
 #include <QDateTime>
@@ -25,6 +27,16 @@ constexpr qint64 pruneEveryMs = 3600 * 1000;
 QString requestKey(const stomp::Frame &message)
 {
     return QString::fromUtf8(message.header("message-id") + ' ' + message.header("correlation-id"));
+}
+
+QString decodeRequest(const QByteArray &body, nuvMQClassifyMessage *request)
+{
+    QString problem;
+    const QString text = QString::fromLatin1(body);
+    if (!nuv::isBase64Text(text, &problem)
+        || !request->readWireBytes(nuv::bytesFromBase64Text(text), &problem))
+        return problem.isEmpty() ? QStringLiteral("it is damaged") : problem;
+    return QString();
 }
 
 bool hasExpired(const stomp::Frame &message, qint64 nowMs)
@@ -161,7 +173,6 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     timer.start();
     const QByteArray replyTo = message.header("reply-to");
     const QByteArray correlation = message.header("correlation-id");
-    QString user = QString::fromUtf8(message.header("nuv-user"));
     stomp::Frame ack("ACK");
     ack.add("id", message.header("ack"));
 
@@ -172,7 +183,7 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
         counters.expired();
         log(1,
             QStringLiteral("expired request %1 dropped unanswered")
-                .arg(QString::fromLatin1(correlation)));
+                .arg(logField(QString::fromLatin1(correlation))));
         return Outcome::Served;
     }
 
@@ -180,17 +191,21 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     nuvMQClassifyMessage reply;
     bool replayed = false;
     QString word = QStringLiteral("?");
-    if (!request.convertFromBase64(QString::fromLatin1(message.body))) {
+    QString user;
+    const QString problem = decodeRequest(message.body, &request);
+    if (!problem.isEmpty()) {
         reply.command = QStringLiteral("ERROR");
         reply.hasErrorText = true;
-        reply.errorText = QStringLiteral("the server could not decode the request");
+        reply.errorText = QStringLiteral("the request could not be decoded: ") + problem;
     } else {
         word = request.command;
-        if (word == QLatin1String("CFLOGIN"))
-            user = request.getDataList().value(0);
         const QString token = QString::fromUtf8(message.header("nuv-session-token"));
         const QString key = requestKey(message);
-        runOnWorker([&] { reply = engine.handle(request, token, key, &replayed); });
+        const QString origin = originOf(message.header("message-id"));
+        runOnWorker([&] {
+            reply = engine.handle(request, token, key, &replayed, origin);
+            user = engine.lastCaller();
+        });
     }
 
     if (!replyTo.isEmpty()) {
@@ -212,21 +227,27 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     if (config.verbosity >= 1) {
         // The command, who asked and how it went; never an argument (a
         // password travels in the arguments of several commands).
-        QString result = reply.command.isEmpty() ? QStringLiteral("(no status)") : reply.command;
+        // Every field that a client chose is escaped and cut: a line break
+        // in a command word must not start a line of its own. The user is
+        // the one the engine ran the request as, never a claim.
+        QString result
+            = reply.command.isEmpty() ? QStringLiteral("(no status)") : logField(reply.command, 20);
         if (failed)
-            result += QStringLiteral(" (%1)").arg(reply.errorText);
+            result += QStringLiteral(" (%1)").arg(logField(reply.errorText));
         log(1,
             QStringLiteral("%1 user=%2 %3 ms %4%5%6")
-                .arg(word, user.isEmpty() ? QStringLiteral("-") : user,
+                .arg(logField(word, 40), user.isEmpty() ? QStringLiteral("-") : logField(user, 100),
                      QString::number(double(timer.nsecsElapsed()) / 1e6, 'f', 1), result,
                      replayed ? QStringLiteral(" [replayed]") : QString(),
                      replyTo.isEmpty() ? QStringLiteral(" [one-way]") : QString()));
     }
     if (config.verbosity >= 2)
         log(2,
-            QStringLiteral("  message-id=%1 correlation-id=%2 reply-to=%3")
-                .arg(QString::fromUtf8(message.header("message-id")),
-                     QString::fromLatin1(correlation), QString::fromUtf8(replyTo)));
+            QStringLiteral("  message-id=%1 correlation-id=%2 reply-to=%3 claimed-user=%4")
+                .arg(logField(QString::fromUtf8(message.header("message-id"))),
+                     logField(QString::fromLatin1(correlation)),
+                     logField(QString::fromUtf8(replyTo)),
+                     logField(QString::fromUtf8(message.header("nuv-user")), 100)));
     return Outcome::Served;
 }
 
