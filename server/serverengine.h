@@ -39,7 +39,7 @@ struct EngineOptions
     // a text naming the limit and its variable (docs/security-limits.md).
     int maxListEntries = 10000; // entries of each list in a request
     qint64 maxRequestBytes = 64 << 20; // the whole request, payloads included
-    int maxIds = 500; // distinct documents (or other ids) one command touches
+    int maxIds = 200; // distinct documents (or other ids) one command touches
     qint64 maxReplyBytes = 64 << 20;
     int statementTimeoutMs = 10000; // one database statement; 0 = unbounded
     // Failed logins: each makes the account and the sending connection wait

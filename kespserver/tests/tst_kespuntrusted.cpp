@@ -153,6 +153,14 @@ void KespUntrusted::undecodableRequests_data()
                                 << "the record is cut short";
     QTest::newRow("bytes after the record")
         << (whole + "tail").toBase64() << "4 bytes follow the record";
+    // A list that claims 2^31 entries and holds one: decoding ends with the
+    // input, not with an allocation of the claimed size.
+    nuvMQClassifyMessage one = kesp::command(QStringLiteral("CFADDCLIPBOARD"), { "x" });
+    one.setAvailablePlugins({ QStringLiteral("p") });
+    QByteArray claimed = one.toWireBytes();
+    const int countAt = claimed.size() - 4 - 2 - 4; // the plugins' count, before "p"
+    claimed[countAt] = char(0x80);
+    QTest::newRow("2^31 list entries") << claimed.toBase64() << "the record is cut short";
     QByteArray odd = whole;
     odd[3] = 3; // the first text's length: an odd number of bytes
     QTest::newRow("odd text length") << odd.toBase64() << "a text has an odd byte length";

@@ -70,6 +70,18 @@ void ServerLimitsTest::limits_data()
         << QList<QByteArray> { QByteArray(2 << 20, 'x'), "y" }
         << "CFSAVEUSERDATA: the request has 2.0 MB, more than the limit of 1.0 MB"
            " (NUV_SERVER_MAX_REQUEST_MB)";
+    // With the defaults: an 80 MB body, 1.5 million entries.
+    QTest::newRow("80 MB with the defaults")
+        << "" << 0 << "CFSAVEUSERDATA" << QStringList { "k1", "k2" }
+        << QList<QByteArray> { QByteArray(80 << 20, 'x'), "y" }
+        << "CFSAVEUSERDATA: the request has 80.0 MB, more than the limit of 64.0 MB"
+           " (NUV_SERVER_MAX_REQUEST_MB)";
+    QTest::newRow("1.5 million entries with the defaults")
+        << "" << 0 << "CFDOCSINFO"
+        << QStringList(QVector<QString>(1500000, QStringLiteral("1")).toList())
+        << QList<QByteArray>()
+        << "CFDOCSINFO: dataList holds 1500000 entries, more than the limit of 10000"
+           " (NUV_SERVER_MAX_LIST_ENTRIES)";
     QTest::newRow("distinct ids")
         << "maxIds" << 3 << "CFDOCSTOTRASH" << QStringList { "1", "2", "1", "3", "4" }
         << QList<QByteArray>()
@@ -102,7 +114,7 @@ void ServerLimitsTest::limits()
         options.maxRequestBytes = qint64(value) << 20;
     else if (setting == QLatin1String("maxIds"))
         options.maxIds = value;
-    else
+    else if (!setting.isEmpty())
         QFAIL("unknown setting in the test data");
     auto engine = server.engine(options);
     engineLogin(*engine, token, adminUser, adminPassword);
