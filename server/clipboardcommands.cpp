@@ -368,7 +368,7 @@ QVector<CommandEntry> clipboardCommands()
         { "CFCREADCCARDS", readCards, NeedsSession },
         { "CFRCBROLES", clipboardRoles, NeedsSession },
         { "CFWCBROLES", writeClipboardRoles, Writes },
-        { "CFADDSHARE", addShare, Writes },
+        { "CFADDSHARE", addShare, Writes | IdList },
         { "CFGETSHARES", shares, NeedsSession },
         { "CFDELSHARE", deleteShare, Writes },
         { "CFEXTSEARCHADD", addSearch, Writes },

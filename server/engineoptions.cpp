@@ -52,6 +52,7 @@ EngineOptions EngineOptions::fromEnvironment(const QString &database)
     options.maxListEntries = number("NUV_SERVER_MAX_LIST_ENTRIES", options.maxListEntries, 1);
     options.maxRequestBytes = megabytes("NUV_SERVER_MAX_REQUEST_MB", options.maxRequestBytes);
     options.maxIds = number("NUV_SERVER_MAX_IDS", options.maxIds, 1);
+    options.maxRecords = number("NUV_SERVER_MAX_RECORDS", options.maxRecords, 1);
     options.maxReplyBytes = megabytes("NUV_SERVER_MAX_REPLY_MB", options.maxReplyBytes);
     options.statementTimeoutMs
         = number("NUV_SERVER_STATEMENT_TIMEOUT_MS", options.statementTimeoutMs, 0);

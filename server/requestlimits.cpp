@@ -65,6 +65,17 @@ void checkRequest(const nuvMQClassifyMessage &request, const EngineOptions &opti
                  .arg(options.maxListEntries));
 }
 
+void checkRecordCount(const nuvMQClassifyMessage &request, const EngineOptions &options)
+{
+    const int records = request.getDataList().size();
+    if (records > options.maxRecords)
+        fail(QStringLiteral("dataList holds %1 entries; a command that changes data takes at"
+                            " most %2 (NUV_SERVER_MAX_RECORDS), send the rest in further"
+                            " requests")
+                 .arg(records)
+                 .arg(options.maxRecords));
+}
+
 void checkReply(const nuvMQClassifyMessage &reply, const EngineOptions &options)
 {
     const qint64 size = reply.wireSize();

@@ -20,6 +20,9 @@ namespace nuvserver {
 // Fails unless the request keeps within the limits and all its text is
 // valid UTF-16 (an unpaired surrogate would be stored altered).
 void checkRequest(const nuvMQClassifyMessage &request, const EngineOptions &options);
+// Fails when a command that changes data gets more records than
+// `options.maxRecords`: each record costs statements under the write lock.
+void checkRecordCount(const nuvMQClassifyMessage &request, const EngineOptions &options);
 // Fails when the reply would be larger than the reply limit.
 void checkReply(const nuvMQClassifyMessage &reply, const EngineOptions &options);
 // The numbers in `texts`, each named `what` in an error, duplicates removed

@@ -376,6 +376,8 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
         markerBefore = currentMarker(db);
         admitCaller(ctx, entry, sessionToken, engineOptions.sessionTimeoutMinutes);
         callerLogin = ctx.login();
+        if ((entry.flags & Writes) && !(entry.flags & IdList))
+            checkRecordCount(request, engineOptions);
         if (!requestKey.isEmpty())
             changesBefore = changedRowCount();
         if (!(entry.flags & OutsideTransaction)) {

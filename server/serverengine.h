@@ -40,6 +40,7 @@ struct EngineOptions
     int maxListEntries = 10000; // entries of each list in a request
     qint64 maxRequestBytes = 64 << 20; // the whole request, payloads included
     int maxIds = 200; // distinct documents (or other ids) one command touches
+    int maxRecords = 200; // dataList entries of a command that changes data
     qint64 maxReplyBytes = 64 << 20;
     int statementTimeoutMs = 10000; // one database statement; 0 = unbounded
     // Failed logins: each makes the account and the sending connection wait

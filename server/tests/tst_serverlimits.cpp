@@ -82,6 +82,13 @@ void ServerLimitsTest::limits_data()
         << QList<QByteArray>()
         << "CFDOCSINFO: dataList holds 1500000 entries, more than the limit of 10000"
            " (NUV_SERVER_MAX_LIST_ENTRIES)";
+    QTest::newRow("records of a change")
+        << "maxRecords" << 2 << "CFSAVEDEADLINES"
+        << QStringList { joined({ "", "1", "2030-01-01" }), joined({ "", "2", "2030-01-01" }),
+                         joined({ "", "3", "2030-01-01" }) }
+        << QList<QByteArray>()
+        << "CFSAVEDEADLINES: dataList holds 3 entries; a command that changes data takes at most"
+           " 2 (NUV_SERVER_MAX_RECORDS), send the rest in further requests";
     QTest::newRow("distinct ids")
         << "maxIds" << 3 << "CFDOCSTOTRASH" << QStringList { "1", "2", "1", "3", "4" }
         << QList<QByteArray>()
@@ -114,6 +121,8 @@ void ServerLimitsTest::limits()
         options.maxRequestBytes = qint64(value) << 20;
     else if (setting == QLatin1String("maxIds"))
         options.maxIds = value;
+    else if (setting == QLatin1String("maxRecords"))
+        options.maxRecords = value;
     else if (!setting.isEmpty())
         QFAIL("unknown setting in the test data");
     auto engine = server.engine(options);
