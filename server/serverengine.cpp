@@ -167,6 +167,7 @@ void ServerEngine::closeConnection()
 {
     if (!db.isValid())
         return;
+    forgetPreparedStatements();
     db.close();
     db = QSqlDatabase();
     QSqlDatabase::removeDatabase(connectionName);
