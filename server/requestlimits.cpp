@@ -14,6 +14,26 @@ QString megabytesText(qint64 bytes)
     return QString::number(double(bytes) / (1 << 20), 'f', 1);
 }
 
+// `what` is "the request has" or "the reply would have".
+void checkBytes(qint64 size, qint64 limit, const QString &what, const char *variable,
+                const QString &advice = QString())
+{
+    if (size > limit)
+        fail(QStringLiteral("%1 %2 MB, more than the limit of %3 MB (%4)%5")
+                 .arg(what, megabytesText(size), megabytesText(limit), QLatin1String(variable),
+                      advice));
+}
+
+void checkEntries(int count, const QString &name, const EngineOptions &options)
+{
+    if (count > options.maxListEntries)
+        fail(QStringLiteral("%1 holds %2 entries, more than the limit of %3"
+                            " (NUV_SERVER_MAX_LIST_ENTRIES)")
+                 .arg(name)
+                 .arg(count)
+                 .arg(options.maxListEntries));
+}
+
 void checkText(const QString &text, const QString &where)
 {
     if (!QStringView(text).isValidUtf16())
@@ -25,12 +45,7 @@ void checkText(const QString &text, const QString &where)
 
 void checkList(const QStringList &list, const QString &name, const EngineOptions &options)
 {
-    if (list.size() > options.maxListEntries)
-        fail(QStringLiteral("%1 holds %2 entries, more than the limit of %3"
-                            " (NUV_SERVER_MAX_LIST_ENTRIES)")
-                 .arg(name)
-                 .arg(list.size())
-                 .arg(options.maxListEntries));
+    checkEntries(list.size(), name, options);
     for (int i = 0; i < list.size(); ++i)
         checkText(list.at(i), QStringLiteral("%1 entry %2").arg(name).arg(i));
 }
@@ -39,11 +54,9 @@ void checkList(const QStringList &list, const QString &name, const EngineOptions
 
 void checkRequest(const nuvMQClassifyMessage &request, const EngineOptions &options)
 {
-    const qint64 size = request.wireSize();
-    if (size > options.maxRequestBytes)
-        fail(QStringLiteral("the request has %1 MB, more than the limit of %2 MB"
-                            " (NUV_SERVER_MAX_REQUEST_MB)")
-                 .arg(megabytesText(size), megabytesText(options.maxRequestBytes)));
+    checkBytes(request.wireSize(), options.maxRequestBytes, QStringLiteral("the request has"),
+               "NUV_SERVER_MAX_REQUEST_MB");
+    // Two of the getters are not const.
     nuvMQClassifyMessage fields = request;
     const std::pair<const QString *, const char *> texts[] = {
         { &request.command, "the command" },  { &request.errorText, "the error text" },
@@ -58,11 +71,7 @@ void checkRequest(const nuvMQClassifyMessage &request, const EngineOptions &opti
     checkText(fields.getCurrentArchive(), QStringLiteral("currentArchive"));
     checkList(request.getDataList(), QStringLiteral("dataList"), options);
     checkList(fields.getAvailablePlugins(), QStringLiteral("availablePlugins"), options);
-    if (request.getData().size() > options.maxListEntries)
-        fail(QStringLiteral("data holds %1 entries, more than the limit of %2"
-                            " (NUV_SERVER_MAX_LIST_ENTRIES)")
-                 .arg(request.getData().size())
-                 .arg(options.maxListEntries));
+    checkEntries(request.getData().size(), QStringLiteral("data"), options);
 }
 
 void checkRecordCount(const nuvMQClassifyMessage &request, const EngineOptions &options)
@@ -78,11 +87,8 @@ void checkRecordCount(const nuvMQClassifyMessage &request, const EngineOptions &
 
 void checkReply(const nuvMQClassifyMessage &reply, const EngineOptions &options)
 {
-    const qint64 size = reply.wireSize();
-    if (size > options.maxReplyBytes)
-        fail(QStringLiteral("the reply would have %1 MB, more than the limit of %2 MB"
-                            " (NUV_SERVER_MAX_REPLY_MB); ask for less at a time")
-                 .arg(megabytesText(size), megabytesText(options.maxReplyBytes)));
+    checkBytes(reply.wireSize(), options.maxReplyBytes, QStringLiteral("the reply would have"),
+               "NUV_SERVER_MAX_REPLY_MB", QStringLiteral("; ask for less at a time"));
 }
 
 QList<qint64> distinctIds(const QStringList &texts, const QString &what,

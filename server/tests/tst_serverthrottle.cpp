@@ -32,7 +32,21 @@ QString loginError(nuvserver::ServerEngine &engine, const QString &login, const 
 // day).
 void letWaitsPass(TestServer &server)
 {
-    server.inspect(QStringLiteral("UPDATE login_failures SET last_failure = last_failure - 3600000"));
+    server.inspect(
+        QStringLiteral("UPDATE login_failures SET last_failure = last_failure - 3600000"));
+}
+
+// `count` wrong passwords for `login` from `origin`, each after the wait.
+void failLogins(TestServer &server, nuvserver::ServerEngine &engine, const QString &login,
+                int count, const QString &origin)
+{
+    for (int i = 0; i < count; ++i) {
+        letWaitsPass(server);
+        const QString error = loginError(engine, login, QStringLiteral("guess-%1").arg(i), origin);
+        if (error != QLatin1String("CFLOGIN: unknown user or wrong password")
+            && !error.contains(QLatin1String("is locked")))
+            qFatal("unexpected answer to a wrong password: %s", qPrintable(error));
+    }
 }
 
 qint64 failuresOf(TestServer &server, const QString &subject)
@@ -120,11 +134,7 @@ void ServerThrottleTest::enoughFailuresLockTheAccount()
     // Unknown names count and lock like real ones: the answers do not tell
     // which accounts exist.
     for (const QString &login : { QStringLiteral("erika"), QStringLiteral("nobody") }) {
-        for (int i = 0; i < 4; ++i) {
-            letWaitsPass(server);
-            QCOMPARE(loginError(*engine, login, QStringLiteral("guess-%1").arg(i), attacker),
-                     wrong);
-        }
+        failLogins(server, *engine, login, 4, attacker);
         letWaitsPass(server);
         const QString refusal = loginError(*engine, login, passwordOf(login), owner, ownerToken);
         QVERIFY2(refusal.startsWith(QStringLiteral("CFLOGIN: the account %1 is locked after 4"
@@ -162,10 +172,7 @@ void ServerThrottleTest::administratorUnlocks()
     nuvserver::EngineOptions options = server.options();
     options.loginLockFailures = 3;
     auto engine = server.engine(options);
-    for (int i = 0; i < 3; ++i) {
-        letWaitsPass(server);
-        loginError(*engine, QStringLiteral("erika"), QStringLiteral("guess"), attacker);
-    }
+    failLogins(server, *engine, QStringLiteral("erika"), 3, attacker);
     QVERIFY(loginError(*engine, "erika", passwordOf("erika"), owner, ownerToken)
                 .contains(QStringLiteral("is locked")));
     auto administrator = server.engine(options);
@@ -189,20 +196,14 @@ void ServerThrottleTest::lastAdministratorKeepsAWayIn()
     nuvserver::EngineOptions options = server.options();
     options.loginLockFailures = 3;
     auto engine = server.engine(options);
-    for (int i = 0; i < 3; ++i) {
-        letWaitsPass(server);
-        QCOMPARE(loginError(*engine, adminUser, QStringLiteral("guess"), attacker), wrong);
-    }
+    failLogins(server, *engine, adminUser, 3, attacker);
     // Locked for every connection through the broker...
     QVERIFY(loginError(*engine, adminUser, adminPassword, owner, ownerToken)
                 .contains(QStringLiteral("is locked")));
     // ...but not for a host on the server's machine that opened the database
     // itself (the embedded transport, nuvclassify --embedded), and however
     // often the attacker fails, that stays so.
-    for (int i = 0; i < 5; ++i) {
-        letWaitsPass(server);
-        loginError(*engine, adminUser, QStringLiteral("guess"), attacker);
-    }
+    failLogins(server, *engine, adminUser, 5, attacker);
     QString error;
     ClientPtr local = server.connect(adminUser, adminPassword, &error);
     QVERIFY2(local, qPrintable(error));
@@ -220,10 +221,7 @@ void ServerThrottleTest::successForgetsFailures()
     options.loginLockFailures = 3;
     auto engine = server.engine(options);
     for (int round = 0; round < 3; ++round) {
-        for (int i = 0; i < 2; ++i) {
-            letWaitsPass(server);
-            QCOMPARE(loginError(*engine, adminUser, QStringLiteral("guess"), owner), wrong);
-        }
+        failLogins(server, *engine, adminUser, 2, owner);
         QCOMPARE(failuresOf(server, "account:admin"), 2);
         letWaitsPass(server);
         QCOMPARE(loginError(*engine, adminUser, adminPassword, owner, ownerToken), QString());
