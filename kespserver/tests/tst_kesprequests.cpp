@@ -1,9 +1,11 @@
 // How the daemon reads a request's headers: the key that survives a
-// redelivery, and when a request counts as given up by its caller; and how
-// its broker link judges the broker's heart-beats.
+// redelivery, the connection a request came from, and when a request counts
+// as given up by its caller; how it writes what clients chose into its log;
+// and how its broker link judges the broker's heart-beats.
 
 #include "brokerlink.h"
 #include "fakebroker.h"
+#include "logtext.h"
 #include "requestserver.h"
 
 #include <QtTest>
@@ -15,6 +17,10 @@ class KespRequests : public QObject
 private slots:
     void key_data();
     void key();
+    void origin_data();
+    void origin();
+    void logField_data();
+    void logField();
     void expiry_data();
     void expiry();
     void beatsWaitingAfterALongRequestCount();
@@ -45,6 +51,54 @@ void KespRequests::key()
     message.add("redelivered", "true");
     QCOMPARE(first, expected);
     QCOMPARE(kesp::requestKey(message), expected);
+}
+
+void KespRequests::origin_data()
+{
+    QTest::addColumn<QByteArray>("messageId");
+    QTest::addColumn<QString>("expected");
+    // ActiveMQ: connection id (ID:host-port-start-n:connection), then the
+    // session, producer and sequence numbers.
+    QTest::newRow("activemq") << QByteArray("ID:vm-40533-1763900000000-3:2:-1:1:7")
+                              << "ID:vm-40533-1763900000000-3:2";
+    QTest::newRow("same connection, next message")
+        << QByteArray("ID:vm-40533-1763900000000-3:2:-1:1:8") << "ID:vm-40533-1763900000000-3:2";
+    QTest::newRow("another form") << QByteArray("msg-17") << "msg-17";
+    QTest::newRow("too few parts") << QByteArray("ID:a:b") << "ID:a:b";
+}
+
+void KespRequests::origin()
+{
+    QFETCH(QByteArray, messageId);
+    QFETCH(QString, expected);
+    QCOMPARE(kesp::originOf(messageId), expected);
+}
+
+void KespRequests::logField_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("longest");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("plain") << "CFDOCINFO" << 40 << "CFDOCINFO";
+    QTest::newRow("line break") << "A\nB" << 40 << "A\\nB";
+    QTest::newRow("forged line") << "X\n2026-01-01T00:00:00Z s: CFDOBACKUP user=admin" << 200
+                                 << "X\\n2026-01-01T00:00:00Z s: CFDOBACKUP user=admin";
+    QTest::newRow("carriage return, tab, escape")
+        << QString("a\rb\tc") + QChar(0x1b) << 40 << "a\\rb\\tc\\u001b";
+    QTest::newRow("backslash") << "a\\nb" << 40 << "a\\\\nb";
+    QTest::newRow("line separator") << QString("a") + QChar(0x2028) + "b" << 40 << "a\\u2028b";
+    QTest::newRow("cut") << QString(300, QLatin1Char('x')) << 200
+                         << QString(200, QLatin1Char('x')) + QStringLiteral("…");
+    QTest::newRow("exactly the limit")
+        << QString(40, QLatin1Char('y')) << 40 << QString(40, QLatin1Char('y'));
+}
+
+void KespRequests::logField()
+{
+    QFETCH(QString, text);
+    QFETCH(int, longest);
+    QFETCH(QString, expected);
+    QCOMPARE(kesp::logField(text, longest), expected);
 }
 
 void KespRequests::expiry_data()

@@ -36,6 +36,7 @@ private slots:
     void undecodableRequests_data();
     void undecodableRequests();
     void invalidTextIsRefused();
+    void failedLoginsSlowTheConnectionDown();
     void cleanupTestCase();
 
 private:
@@ -190,6 +191,45 @@ void KespUntrusted::invalidTextIsRefused()
     QCOMPARE(kesptest::countRows(space.database, QStringLiteral("SELECT count(*) FROM clipboards")),
              qint64(0));
     exchange(bodyOf(kesp::command(QStringLiteral("CFCLOSESESSION"), {})));
+}
+
+void KespUntrusted::failedLoginsSlowTheConnectionDown()
+{
+    // Names of their own, so no other test's account has to wait.
+    const auto tryLogin = [this](const QString &name) {
+        return exchange(bodyOf(kesp::command(QStringLiteral("CFLOGIN"),
+                                             { name, QStringLiteral("a-guess-123"), QString() })))
+            .errorText;
+    };
+    QCOMPARE(tryLogin(QStringLiteral("nobody-1")),
+             QStringLiteral("CFLOGIN: unknown user or wrong password"));
+    // The next attempt from this connection waits, whatever the account:
+    // the broker's message ids of one connection name the same origin.
+    const QString refusal = tryLogin(QStringLiteral("nobody-2"));
+    QVERIFY2(refusal.startsWith(
+                 QLatin1String("CFLOGIN: too many failed logins from this connection; try again"
+                               " in ")),
+             qPrintable(refusal + QLatin1Char('\n') + server->log()));
+    // Another connection is not slowed down by this one's failures.
+    stomp::Peer other;
+    QVERIFY2(other.open(broker.peerOptions()), qPrintable(other.errorText()));
+    QVERIFY2(other.subscribe("other-answers", "/temp-queue/untrusted-other"),
+             qPrintable(other.errorText()));
+    stomp::Frame send("SEND");
+    send.add("destination", qgetenv("NUV_STOMP_REQUEST_QUEUE"))
+        .add("reply-to", "/temp-queue/untrusted-other")
+        .add("correlation-id", "other-1")
+        .add("nuv-session-token", "fedcba9876543210fedcba9876543210");
+    send.body = bodyOf(
+        kesp::command(QStringLiteral("CFLOGIN"),
+                      { QStringLiteral("nobody-3"), QStringLiteral("a-guess-123"), QString() }));
+    QVERIFY(other.send(send));
+    stomp::Frame answer;
+    QVERIFY2(other.receive(&answer, 20000), qPrintable(server->log()));
+    nuvMQClassifyMessage reply;
+    reply.convertFromBase64(QString::fromLatin1(answer.body));
+    QCOMPARE(reply.errorText, QStringLiteral("CFLOGIN: unknown user or wrong password"));
+    other.close();
 }
 
 void KespUntrusted::cleanupTestCase()
