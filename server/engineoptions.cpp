@@ -51,8 +51,13 @@ EngineOptions EngineOptions::fromEnvironment(const QString &database)
         = number("NUV_SERVER_MAIL_TIMEOUT_SECONDS", options.mailTimeoutSeconds, 1);
     options.maxListEntries = number("NUV_SERVER_MAX_LIST_ENTRIES", options.maxListEntries, 1);
     options.maxRequestBytes = megabytes("NUV_SERVER_MAX_REQUEST_MB", options.maxRequestBytes);
-    options.maxIds = number("NUV_SERVER_MAX_IDS", options.maxIds, 1);
-    options.maxRecords = number("NUV_SERVER_MAX_RECORDS", options.maxRecords, 1);
+    // On a database server every statement is a round trip, and a document
+    // costs about ten: a quarter of the work keeps the other users' waits
+    // as short as on SQLite (docs/security-limits.md has the figures).
+    const bool databaseServer = database.contains(QLatin1String("://"));
+    const int perRequest = databaseServer ? options.maxIds / 4 : options.maxIds;
+    options.maxIds = number("NUV_SERVER_MAX_IDS", perRequest, 1);
+    options.maxRecords = number("NUV_SERVER_MAX_RECORDS", perRequest, 1);
     options.maxReplyBytes = megabytes("NUV_SERVER_MAX_REPLY_MB", options.maxReplyBytes);
     options.statementTimeoutMs
         = number("NUV_SERVER_STATEMENT_TIMEOUT_MS", options.statementTimeoutMs, 0);

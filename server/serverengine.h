@@ -39,6 +39,7 @@ struct EngineOptions
     // a text naming the limit and its variable (docs/security-limits.md).
     int maxListEntries = 10000; // entries of each list in a request
     qint64 maxRequestBytes = 64 << 20; // the whole request, payloads included
+    // fromEnvironment() takes a quarter of these two for a PostgreSQL database.
     int maxIds = 200; // distinct documents (or other ids) one command touches
     int maxRecords = 200; // dataList entries of a command that changes data
     qint64 maxReplyBytes = 64 << 20;

@@ -230,7 +230,7 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     Servers servers;
     if (!servers.start(broker, instances))
         return 1;
-    const int count = nuvserver::EngineOptions::fromEnvironment(QString()).maxIds;
+    const int count = nuvserver::EngineOptions::fromEnvironment(servers.scratch.location()).maxIds;
     QString error;
     const QString ids = seedFairness(servers.scratch.location(), count, &error);
     if (!error.isEmpty()) {
