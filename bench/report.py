@@ -112,6 +112,21 @@ def server_throughput(entries):
     print()
 
 
+def fairness(entries):
+    runs = [e for e in entries if e["kind"] == "fairness"]
+    if not runs:
+        return
+    print("## Fairness (one user's heaviest allowed requests in a loop, another user's calls)\n")
+    print("| instances | documents per heavy request | heavy requests | heavy p50 (ms) "
+          "| other user's calls | p50 (ms) | p99 (ms) (target <= 200) | max (ms) |")
+    print("|---|---|---|---|---|---|---|---|")
+    for e in runs:
+        print(f"| {e['instances']} | {e['ids']} | {e['heavy_requests']} | {e['heavy_p50_ms']:.1f} "
+              f"| {e['calls']} | {e['p50_ms']:.1f} | {e['p99_ms']:.1f} "
+              f"({verdict(e['p99_ms'] <= 200)}) | {e['max_ms']:.1f} |")
+    print()
+
+
 def main():
     overhead = load(sys.argv[1])
     scaling = load(sys.argv[2])
@@ -128,6 +143,7 @@ def main():
             entries = [json.loads(line) for line in f if line.strip()]
         broker_round_trips(entries)
         server_throughput(entries)
+        fairness(entries)
 
 
 if __name__ == "__main__":

@@ -1,5 +1,8 @@
 #include "requestserver.h"
 
+#include "base64text.h"
+#include "logtext.h"
+#include "records.h"
 #include "senderidentity.h"
 #include "serverengine.h"
 #include "session.h"
@@ -46,6 +49,16 @@ bool subscribeToConnectionAdvisories(BrokerLink &link)
 QString requestKey(const stomp::Frame &message)
 {
     return QString::fromUtf8(message.header("message-id") + ' ' + message.header("correlation-id"));
+}
+
+QString decodeRequest(const QByteArray &body, nuvMQClassifyMessage *request)
+{
+    QString problem;
+    const QString text = QString::fromLatin1(body);
+    if (!nuv::isBase64Text(text, &problem)
+        || !request->readWireBytes(nuv::bytesFromBase64Text(text), &problem))
+        return problem.isEmpty() ? QStringLiteral("it is damaged") : problem;
+    return QString();
 }
 
 bool hasExpired(const stomp::Frame &message, qint64 nowMs)
@@ -214,7 +227,6 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     timer.start();
     const QByteArray replyTo = message.header("reply-to");
     const QByteArray correlation = message.header("correlation-id");
-    QString user = QString::fromUtf8(message.header("nuv-user"));
     stomp::Frame ack("ACK");
     ack.add("id", message.header("ack"));
 
@@ -225,7 +237,7 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
         counters.expired();
         log(1,
             QStringLiteral("expired request %1 dropped unanswered")
-                .arg(QString::fromLatin1(correlation)));
+                .arg(logField(QString::fromLatin1(correlation))));
         return Outcome::Served;
     }
 
@@ -233,31 +245,34 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     nuvMQClassifyMessage reply;
     bool replayed = false;
     QString word = QStringLiteral("?");
-    if (!request.convertFromBase64(QString::fromLatin1(message.body))) {
+    QString user;
+    const QString problem = decodeRequest(message.body, &request);
+    if (!problem.isEmpty()) {
         reply.command = QStringLiteral("ERROR");
         reply.hasErrorText = true;
-        reply.errorText = QStringLiteral("the server could not decode the request");
+        reply.errorText = QStringLiteral("the request could not be decoded: ") + problem;
     } else {
         word = request.command;
-        if (word == QLatin1String("CFLOGIN"))
-            user = request.getDataList().value(0);
         const QByteArray token = message.header("nuv-session-token");
         const nuvserver::Origin origin { QString::fromLatin1(token), senderConnection(message) };
         const QString key = requestKey(message);
         if (!stomp::isSessionToken(token)) {
             refuse(reply,
-                   word
+                   nuvserver::echoed(word)
                        + QStringLiteral(
                            ": not logged in: the request carries no valid session token"));
         } else if (origin.connection.isEmpty()) {
             // Without it a session could not be bound to its connection.
             refuse(reply,
-                   word
+                   nuvserver::echoed(word)
                        + QStringLiteral(": the broker did not name the connection that sent "
                                         "the request (message-id '%1')")
                              .arg(QString::fromUtf8(message.header("message-id").left(100))));
         } else {
-            runOnWorker([&] { reply = engine.handle(request, origin, key, &replayed); });
+            runOnWorker([&] {
+                reply = engine.handle(request, origin, key, &replayed);
+                user = engine.lastCaller();
+            });
         }
     }
 
@@ -280,21 +295,27 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     if (config.verbosity >= 1) {
         // The command, who asked and how it went; never an argument (a
         // password travels in the arguments of several commands).
-        QString result = reply.command.isEmpty() ? QStringLiteral("(no status)") : reply.command;
+        // Every field that a client chose is escaped and cut: a line break
+        // in a command word must not start a line of its own. The user is
+        // the one the engine ran the request as, never a claim.
+        QString result
+            = reply.command.isEmpty() ? QStringLiteral("(no status)") : logField(reply.command, 20);
         if (failed)
-            result += QStringLiteral(" (%1)").arg(reply.errorText);
+            result += QStringLiteral(" (%1)").arg(logField(reply.errorText));
         log(1,
             QStringLiteral("%1 user=%2 %3 ms %4%5%6")
-                .arg(word, user.isEmpty() ? QStringLiteral("-") : user,
+                .arg(logField(word, 40), user.isEmpty() ? QStringLiteral("-") : logField(user, 100),
                      QString::number(double(timer.nsecsElapsed()) / 1e6, 'f', 1), result,
                      replayed ? QStringLiteral(" [replayed]") : QString(),
                      replyTo.isEmpty() ? QStringLiteral(" [one-way]") : QString()));
     }
     if (config.verbosity >= 2)
         log(2,
-            QStringLiteral("  message-id=%1 correlation-id=%2 reply-to=%3")
-                .arg(QString::fromUtf8(message.header("message-id")),
-                     QString::fromLatin1(correlation), QString::fromUtf8(replyTo)));
+            QStringLiteral("  message-id=%1 correlation-id=%2 reply-to=%3 claimed-user=%4")
+                .arg(logField(QString::fromUtf8(message.header("message-id"))),
+                     logField(QString::fromLatin1(correlation)),
+                     logField(QString::fromUtf8(replyTo)),
+                     logField(QString::fromUtf8(message.header("nuv-user")), 100)));
     return Outcome::Served;
 }
 

@@ -3,6 +3,7 @@
 
 #include "brokerlink.h"
 #include "engineworker.h"
+#include "nuvmqclassifymessage.h"
 #include "serverconfig.h"
 #include "servercounters.h"
 
@@ -21,6 +22,10 @@ namespace kesp {
 // message id stays the same when it delivers a request again; the
 // correlation id tells requests of different callers apart.
 QString requestKey(const stomp::Frame &message);
+// Decodes a request's body strictly; an empty text when it is one whole
+// classify record, else what is wrong with it (the lenient decoder of the
+// transport would make a damaged body a request with empty fields).
+QString decodeRequest(const QByteArray &body, nuvMQClassifyMessage *request);
 // Whether the caller has given up on the request by `nowMs` (milliseconds
 // since 1970 UTC): its `expires` header is set and past. An answer would
 // only be dropped by the caller's transport.

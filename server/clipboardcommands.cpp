@@ -2,6 +2,7 @@
 
 #include "dialect.h"
 #include "documents.h"
+#include "requestlimits.h"
 
 #include <QRandomGenerator>
 #include <QSqlQuery>
@@ -216,8 +217,8 @@ void addShare(Context &ctx)
         { key, ctx.user().userId, QString::fromUtf8(data.at(3)), recipient, expires, limit,
           nowText() });
     int position = 0;
-    for (const QString &text : ctx.list()) {
-        const qint64 doc = toNumber(text, QStringLiteral("a document number"));
+    for (const qint64 doc :
+         distinctIds(ctx.list(), QStringLiteral("a document number"), ctx.options)) {
         ctx.requireDocument(doc, Access::Read);
         run(ctx.db,
             QStringLiteral("INSERT INTO share_documents(share_key, doc_id, position)"
@@ -367,7 +368,7 @@ QVector<CommandEntry> clipboardCommands()
         { "CFCREADCCARDS", readCards, NeedsSession },
         { "CFRCBROLES", clipboardRoles, NeedsSession },
         { "CFWCBROLES", writeClipboardRoles, Writes },
-        { "CFADDSHARE", addShare, Writes },
+        { "CFADDSHARE", addShare, Writes | IdList },
         { "CFGETSHARES", shares, NeedsSession },
         { "CFDELSHARE", deleteShare, Writes },
         { "CFEXTSEARCHADD", addSearch, Writes },

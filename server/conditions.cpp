@@ -1,5 +1,6 @@
 #include "conditions.h"
 
+#include "records.h"
 #include "sql.h"
 
 #include <QRegularExpression>
@@ -13,7 +14,7 @@ Condition parseCondition(const QString &text)
         QRegularExpression::DotMatchesEverythingOption);
     const QRegularExpressionMatch match = pattern.match(text);
     if (!match.hasMatch())
-        fail(QStringLiteral("'%1' is no condition of the form field=value").arg(text));
+        fail(QStringLiteral("'%1' is no condition of the form field=value").arg(echoed(text)));
     return { match.captured(1).toLower(), match.captured(2), match.captured(3) };
 }
 
@@ -34,7 +35,7 @@ QString compare(const QString &expression, const Condition &condition, QVariantL
         const qint64 number = condition.value.trimmed().toLongLong(&isNumber);
         if (!isNumber)
             fail(QStringLiteral("%1 compares with numbers, not with '%2'")
-                     .arg(condition.field, condition.value));
+                     .arg(condition.field, echoed(condition.value)));
         values.append(number);
     } else {
         values.append(condition.value);

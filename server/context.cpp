@@ -225,13 +225,19 @@ void Context::listDocumentRows(const QString &sql)
 
 void Context::requireDocument(qint64 id, Access access)
 {
-    if (!exists(db, QStringLiteral("SELECT 1 FROM documents WHERE id = ?"), { id }))
-        fail(QStringLiteral("document %1 does not exist").arg(id));
-    QVariantList values { id };
+    // One statement for both questions: commands ask this for every
+    // document they name, and on PostgreSQL each statement is a round trip.
+    QVariantList values;
     const QString condition = documentAccess(QStringLiteral("d"), access, values);
-    // The id goes first in the statement, so it is bound first.
-    if (!exists(db, QStringLiteral("SELECT 1 FROM documents d WHERE d.id = ? AND ") + condition,
-                values))
+    values.append(id);
+    const QVariant allowed = scalar(db,
+                                    QStringLiteral("SELECT CASE WHEN ") + condition
+                                        + QStringLiteral(" THEN 1 ELSE 0 END FROM documents d"
+                                                         " WHERE d.id = ?"),
+                                    values);
+    if (!allowed.isValid())
+        fail(QStringLiteral("document %1 does not exist").arg(id));
+    if (allowed.toInt() != 1)
         fail(QStringLiteral("%1 may not %2 document %3")
                  .arg(login(),
                       access == Access::Write ? QStringLiteral("change") : QStringLiteral("read"))
@@ -279,9 +285,23 @@ void indexDocument(const QSqlDatabase &db, qint64 docId)
                 words.insert(part);
         }
     }
-    for (const QString &word : qAsConst(words))
-        run(db, QStringLiteral("INSERT INTO search_index(word, doc_id) VALUES (?, ?)"),
-            { word, docId });
+    // Many rows per statement: a round trip each on PostgreSQL, and far
+    // below SQLite's limit of bound values per statement.
+    constexpr int rowsPerStatement = 200;
+    const QStringList all(words.begin(), words.end());
+    for (int first = 0; first < all.size(); first += rowsPerStatement) {
+        const QStringList some = all.mid(first, rowsPerStatement);
+        QVariantList values;
+        QStringList rows;
+        for (const QString &word : some) {
+            values << word << docId;
+            rows << QStringLiteral("(?, ?)");
+        }
+        run(db,
+            QStringLiteral("INSERT INTO search_index(word, doc_id) VALUES ")
+                + rows.join(QStringLiteral(", ")),
+            values);
+    }
 }
 
 } // namespace nuvserver

@@ -111,6 +111,9 @@ enum CommandFlag : unsigned {
     Writes = 4, // a success bumps the change counter
     OutsideTransaction = 8, // runs after the session check, not inside one transaction
     ExpiredSessionAllowed = 16, // runs while the session waits for a password change
+    // dataList is a list of ids, deduplicated and bounded by maxIds, rather
+    // than records each worked on (bounded by maxRecords)
+    IdList = 32,
 };
 
 struct CommandEntry

@@ -3,6 +3,7 @@
 #include "sql.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -11,8 +12,11 @@
 #include <QSqlError>
 #include <QSqlField>
 #include <QSqlQuery>
+#include <QThread>
 #include <QUrl>
 #include <QUrlQuery>
+
+#include <sqlite3.h>
 
 namespace nuvserver {
 
@@ -22,6 +26,40 @@ namespace {
 // writer. Advisory locks belong to one database, so servers of different
 // databases on one PostgreSQL server never wait for each other.
 constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
+
+// One engine connection per thread, so the clock of this thread is the one
+// of the statement its connection runs.
+thread_local QElapsedTimer statementClock;
+
+// SQLite calls this every few thousand virtual-machine steps; non-zero
+// stops the statement with SQLITE_INTERRUPT.
+int statementTooLong(void *limitMs)
+{
+    return statementClock.isValid() && statementClock.elapsed() > qint64(quintptr(limitMs)) ? 1 : 0;
+}
+
+// SQLite's own busy handler sleeps ever longer, up to 100 ms at a time, so a
+// request that waits for the write lock goes on waiting long after the
+// lock is free; polling every 2 ms hands the lock on promptly (the wait of
+// the other users is what fairness is about).
+int waitForWriter(void *limitMs, int attempts)
+{
+    thread_local QElapsedTimer waited;
+    if (attempts == 0)
+        waited.start();
+    if (waited.elapsed() >= qint64(quintptr(limitMs)))
+        return 0;
+    QThread::usleep(2000);
+    return 1;
+}
+
+sqlite3 *sqliteHandle(const QSqlDatabase &db)
+{
+    const QVariant handle = db.driver()->handle();
+    if (qstrcmp(handle.typeName(), "sqlite3*") != 0)
+        return nullptr;
+    return *static_cast<sqlite3 *const *>(handle.data());
+}
 
 QSqlDatabase openSqlite(const DatabaseLocation &location, const QString &connectionName,
                         int busyTimeoutMs, QString *error)
@@ -48,6 +86,9 @@ QSqlDatabase openSqlite(const DatabaseLocation &location, const QString &connect
     }
     journal.finish();
     execPlain(db, QStringLiteral("PRAGMA synchronous = NORMAL"), nullptr);
+    if (sqlite3 *handle = sqliteHandle(db))
+        sqlite3_busy_handler(handle, waitForWriter,
+                             reinterpret_cast<void *>(quintptr(qMax(0, busyTimeoutMs))));
     return db;
 }
 
@@ -145,6 +186,35 @@ QSqlDatabase openDatabase(const DatabaseLocation &location, const QString &conne
     if (!db.isValid() && QSqlDatabase::contains(connectionName))
         QSqlDatabase::removeDatabase(connectionName);
     return db;
+}
+
+void limitStatementTime(QSqlDatabase &db, int timeoutMs)
+{
+    const int limit = qMax(0, timeoutMs);
+    if (isPostgres(db)) {
+        execPlain(db, QStringLiteral("SET statement_timeout = %1").arg(limit), nullptr);
+        return;
+    }
+    if (sqlite3 *handle = sqliteHandle(db)) {
+        if (limit == 0)
+            sqlite3_progress_handler(handle, 0, nullptr, nullptr);
+        else
+            sqlite3_progress_handler(handle, 10000, statementTooLong,
+                                     reinterpret_cast<void *>(quintptr(limit)));
+    }
+}
+
+void statementStarting()
+{
+    statementClock.start();
+}
+
+bool isStatementTimeout(const QSqlError &error)
+{
+    // SQLITE_INTERRUPT, or PostgreSQL's query_canceled.
+    return error.nativeErrorCode() == QLatin1String("9")
+        || error.nativeErrorCode() == QLatin1String("57014")
+        || error.text().contains(QLatin1String("statement timeout"));
 }
 
 bool beginWrite(QSqlDatabase &db)

@@ -44,6 +44,17 @@ bool isPostgres(const QSqlDatabase &db);
 QSqlDatabase openDatabase(const DatabaseLocation &location, const QString &connectionName,
                           int busyTimeoutMs, QString *error);
 
+// Bounds every later statement on `db` to `timeoutMs` (0: unbounded): a
+// statement running longer is stopped and fails (see isStatementTimeout).
+// PostgreSQL has statement_timeout; SQLite has no time-out of its own, so a
+// progress handler on the driver's handle stops the statement, measured
+// from statementStarting(). Set after the migrations, which may be long.
+void limitStatementTime(QSqlDatabase &db, int timeoutMs);
+// Starts the clock of the SQLite time-out for the next statement on this
+// thread (run() and execPlain() call it).
+void statementStarting();
+bool isStatementTimeout(const QSqlError &error);
+
 // Starts a transaction that holds the database's single write lock, waiting
 // for another writer up to the busy timeout. Requests run one after another
 // on both databases, so every command sees a consistent state and never

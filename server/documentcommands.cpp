@@ -2,6 +2,7 @@
 // links, the trash, moves between archives and counts.
 
 #include "documents.h"
+#include "requestlimits.h"
 
 #include <QSqlQuery>
 
@@ -20,12 +21,9 @@ qint64 issueId(const QSqlDatabase &db)
         .toLongLong();
 }
 
-QList<qint64> documentIds(const QStringList &texts)
+QList<qint64> documentIds(const Context &ctx, const QStringList &texts)
 {
-    QList<qint64> ids;
-    for (const QString &text : texts)
-        ids.append(toNumber(text, QStringLiteral("a document number")));
-    return ids;
+    return distinctIds(texts, QStringLiteral("a document number"), ctx.options);
 }
 
 bool documentExists(const QSqlDatabase &db, qint64 id)
@@ -65,7 +63,7 @@ void classifyMany(Context &ctx)
                                   .split(fieldSeparator, Qt::SkipEmptyParts);
     const QVector<FieldValue> values = parseValues(ctx, ctx.list());
     QStringList done;
-    for (const qint64 id : documentIds(texts)) {
+    for (const qint64 id : documentIds(ctx, texts)) {
         classifyDocument(ctx, id, values);
         done.append(QString::number(id));
     }
@@ -187,7 +185,7 @@ void documentsInfo(Context &ctx)
     }
     QStringList records;
     if (numbers) {
-        for (const qint64 id : documentIds(entries)) {
+        for (const qint64 id : documentIds(ctx, entries)) {
             ctx.requireDocument(id, Access::Read);
             QSqlQuery query = run(
                 ctx.db, QStringLiteral("SELECT ") + metaColumns + QStringLiteral(" WHERE d.id = ?"),
@@ -241,7 +239,7 @@ void changeLinks(Context &ctx, bool add)
 {
     const qint64 id = ctx.docIdNumber(QStringLiteral("the document"));
     ctx.requireDocument(id, Access::Write);
-    for (const qint64 other : documentIds(ctx.list())) {
+    for (const qint64 other : documentIds(ctx, ctx.list())) {
         if (other == id)
             fail(QStringLiteral("document %1 cannot be linked with itself").arg(id));
         ctx.requireDocument(other, Access::Read);
@@ -285,7 +283,7 @@ void moveTrash(Context &ctx, bool toTrash)
 {
     if (ctx.list().isEmpty())
         fail(QStringLiteral("dataList names no document"));
-    for (const qint64 id : documentIds(ctx.list())) {
+    for (const qint64 id : documentIds(ctx, ctx.list())) {
         ctx.requireDocument(id, Access::Write);
         run(ctx.db,
             QStringLiteral("UPDATE documents SET deleted = ?, modified = ?, modified_by = ?"
@@ -334,7 +332,7 @@ QStringList countConditions(Context &ctx, const QStringList &allowedFlags)
     const QStringList entries = ctx.list();
     for (const QString &flag : entries.mid(1)) {
         if (!allowedFlags.contains(flag))
-            fail(QStringLiteral("unknown flag word '%1'").arg(flag));
+            fail(QStringLiteral("unknown flag word '%1'").arg(echoed(flag)));
     }
     return entries.value(0).split(fieldSeparator, Qt::SkipEmptyParts);
 }
@@ -402,11 +400,11 @@ QVector<CommandEntry> documentCommands()
         { "CFDOCHIST", history, NeedsSession },
         { "CFDOCREV", revisions, NeedsSession },
         { "CFBEMERK", remarks, NeedsSession },
-        { "CFADDLINKEDDOC", addLinks, Writes },
-        { "CFREMOVELINKEDDOC", removeLinks, Writes },
+        { "CFADDLINKEDDOC", addLinks, Writes | IdList },
+        { "CFREMOVELINKEDDOC", removeLinks, Writes | IdList },
         { "CFREADLINKEDDOC", readLinks, NeedsSession },
-        { "CFDOCSTOTRASH", toTrash, Writes },
-        { "CFDOCSFROMTRASH", fromTrash, Writes },
+        { "CFDOCSTOTRASH", toTrash, Writes | IdList },
+        { "CFDOCSFROMTRASH", fromTrash, Writes | IdList },
         { "CFDOCSTOARCHIVE", toArchive, Writes },
         { "CFDOCGETCOUNT", documentCount, NeedsSession },
         { "CFCLASSCOUNT", classificationCount, NeedsSession },

@@ -19,6 +19,11 @@ int number(const char *name, int fallback, int minimum)
     return ok && value >= minimum ? value : fallback;
 }
 
+qint64 megabytes(const char *name, qint64 fallback)
+{
+    return qint64(number(name, int(fallback >> 20), 1)) << 20;
+}
+
 QStringList list(const char *name, QChar separator)
 {
     return qEnvironmentVariable(name).split(separator, Qt::SkipEmptyParts);
@@ -44,6 +49,23 @@ EngineOptions EngineOptions::fromEnvironment(const QString &database)
         = number("NUV_SERVER_SESSION_TIMEOUT_MINUTES", options.sessionTimeoutMinutes, 0);
     options.mailTimeoutSeconds
         = number("NUV_SERVER_MAIL_TIMEOUT_SECONDS", options.mailTimeoutSeconds, 1);
+    options.maxListEntries = number("NUV_SERVER_MAX_LIST_ENTRIES", options.maxListEntries, 1);
+    options.maxRequestBytes = megabytes("NUV_SERVER_MAX_REQUEST_MB", options.maxRequestBytes);
+    // On a database server every statement is a round trip, and a document
+    // costs about ten: a quarter of the work keeps the other users' waits
+    // as short as on SQLite (docs/security.md has the figures).
+    const bool databaseServer = database.contains(QLatin1String("://"));
+    const int perRequest = databaseServer ? options.maxIds / 4 : options.maxIds;
+    options.maxIds = number("NUV_SERVER_MAX_IDS", perRequest, 1);
+    options.maxRecords = number("NUV_SERVER_MAX_RECORDS", perRequest, 1);
+    options.maxReplyBytes = megabytes("NUV_SERVER_MAX_REPLY_MB", options.maxReplyBytes);
+    options.statementTimeoutMs
+        = number("NUV_SERVER_STATEMENT_TIMEOUT_MS", options.statementTimeoutMs, 0);
+    options.loginDelayMs = number("NUV_SERVER_LOGIN_DELAY_MS", options.loginDelayMs, 0);
+    options.loginMaxDelayMs = number("NUV_SERVER_LOGIN_MAX_DELAY_MS", options.loginMaxDelayMs, 0);
+    options.loginLockFailures
+        = number("NUV_SERVER_LOGIN_LOCK_FAILURES", options.loginLockFailures, 0);
+    options.loginLockMinutes = number("NUV_SERVER_LOGIN_LOCK_MINUTES", options.loginLockMinutes, 1);
     options.initialAdminUser = text("NUV_SERVER_ADMIN_USER");
     options.initialAdminPassword = text("NUV_SERVER_ADMIN_PASSWORD");
     return options;

@@ -39,12 +39,18 @@ QString field(const QStringList &fields, int index)
     return fields.value(index);
 }
 
+QString echoed(const QString &text)
+{
+    constexpr int longest = 100;
+    return text.size() <= longest ? text : text.left(longest) + QStringLiteral("…");
+}
+
 qint64 toNumber(const QString &text, const QString &what)
 {
     bool ok = false;
     const qint64 value = text.trimmed().toLongLong(&ok);
     if (!ok)
-        fail(QStringLiteral("%1 must be a number, not '%2'").arg(what, text));
+        fail(QStringLiteral("%1 must be a number, not '%2'").arg(what, echoed(text)));
     return value;
 }
 
@@ -56,7 +62,7 @@ bool toFlag(const QString &text, const QString &what)
     if (word.isEmpty() || word == QLatin1String("0") || word == QLatin1String("false")
         || word == QLatin1String("no"))
         return false;
-    fail(QStringLiteral("%1 must be true or false, not '%2'").arg(what, text));
+    fail(QStringLiteral("%1 must be true or false, not '%2'").arg(what, echoed(text)));
 }
 
 QString timeText(const QDateTime &time)
@@ -75,7 +81,8 @@ QDateTime parseTime(const QString &text, const QString &what)
     if (!time.isValid())
         time = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd"));
     if (!time.isValid())
-        fail(QStringLiteral("%1 must be a time as yyyy-MM-dd hh:mm:ss, not '%2'").arg(what, text));
+        fail(QStringLiteral("%1 must be a time as yyyy-MM-dd hh:mm:ss, not '%2'")
+                 .arg(what, echoed(text)));
     time.setTimeSpec(Qt::UTC);
     return time;
 }
@@ -85,10 +92,11 @@ void checkName(const QString &name, const QString &what)
     if (name.isEmpty())
         fail(what + QStringLiteral(" is missing"));
     if (name.trimmed() != name)
-        fail(QStringLiteral("%1 '%2' must not begin or end with blanks").arg(what, name));
+        fail(QStringLiteral("%1 '%2' must not begin or end with blanks").arg(what, echoed(name)));
     for (const QChar c : name) {
         if (c == fieldSeparator || c.category() == QChar::Other_Control)
-            fail(QStringLiteral("%1 '%2' holds a character that is not allowed").arg(what, name));
+            fail(QStringLiteral("%1 '%2' holds a character that is not allowed")
+                     .arg(what, echoed(name)));
     }
     if (name.size() > 200)
         fail(QStringLiteral("%1 is longer than 200 characters").arg(what));

@@ -38,6 +38,10 @@ QString nowText();
 // A "yyyy-MM-dd hh:mm:ss" or "yyyy-MM-dd" text; fails naming `what`.
 QDateTime parseTime(const QString &text, const QString &what);
 
+// Caller's input as it may appear in an error text: cut to 100 characters,
+// so a request cannot make its reply (and the log) as large as itself.
+QString echoed(const QString &text);
+
 // Names of users, roles, clipboards and the like: not empty, no surrounding
 // blanks, no U+FEFF, no control characters.
 void checkName(const QString &name, const QString &what);

@@ -212,15 +212,20 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
             *error = QStringLiteral("the database is busy");
         return false;
     }
-    if (!execPlain(
-            db,
-            tableDefinition(db,
-                            QStringLiteral("CREATE TABLE IF NOT EXISTS processed_requests("
-                                           "request_key TEXT PRIMARY KEY, reply BLOB NOT NULL,"
-                                           " processed TEXT NOT NULL)")),
-            error)) {
-        execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
-        return false;
+    // So is the count of failed logins per account and per connection
+    // (loginthrottle.h); times are milliseconds since 1970 UTC.
+    const char *const bookkeeping[] = {
+        "CREATE TABLE IF NOT EXISTS processed_requests(request_key TEXT PRIMARY KEY,"
+        " reply BLOB NOT NULL, processed TEXT NOT NULL)",
+        "CREATE TABLE IF NOT EXISTS login_failures(subject TEXT PRIMARY KEY,"
+        " failures INTEGER NOT NULL, last_failure INTEGER NOT NULL,"
+        " locked_until INTEGER NOT NULL)",
+    };
+    for (const char *statement : bookkeeping) {
+        if (!execPlain(db, tableDefinition(db, QString::fromLatin1(statement)), error)) {
+            execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
+            return false;
+        }
     }
     return execPlain(db, QStringLiteral("COMMIT"), error);
 }

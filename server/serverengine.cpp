@@ -6,6 +6,7 @@
 #include "context.h"
 #include "dialect.h"
 #include "records.h"
+#include "requestlimits.h"
 #include "schema.h"
 #include "sql.h"
 
@@ -47,14 +48,19 @@ const QHash<QString, CommandEntry> &commandTable()
 
 void setError(nuvMQClassifyMessage &reply, const QString &text)
 {
+    // The parts of a text that echo the request are cut where they are
+    // made (echoed()); this bounds whatever a handler still lets through.
+    constexpr int longest = 2000;
     reply.command = QStringLiteral("ERROR");
     reply.hasErrorText = true;
-    reply.errorText = text;
+    reply.errorText = text.size() <= longest ? text : text.left(longest) + QStringLiteral("…");
 }
 
 QString describe(const QString &word, const Failure &failure)
 {
-    return failure.bare ? failure.text : word + QStringLiteral(": ") + failure.text;
+    if (failure.bare || word.isEmpty())
+        return failure.text;
+    return echoed(word) + QStringLiteral(": ") + failure.text;
 }
 
 // Runs `work`; whatever it throws becomes the failure it reports.
@@ -183,6 +189,7 @@ void ServerEngine::closeConnection()
 {
     if (!db.isValid())
         return;
+    forgetPreparedStatements();
     db.close();
     db = QSqlDatabase();
     QSqlDatabase::removeDatabase(connectionName);
@@ -209,6 +216,7 @@ bool ServerEngine::ensureConnection(QString *error)
         closeConnection();
         return false;
     }
+    limitStatementTime(db, engineOptions.statementTimeoutMs);
     return true;
 }
 
@@ -349,6 +357,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
 {
     if (replayed)
         *replayed = false;
+    callerLogin.clear();
     const QString word = request.command;
     QString error;
     if (!opened || !ensureConnection(&error)) {
@@ -358,12 +367,20 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
                      .arg(word, opened ? error : QStringLiteral("not opened")));
         return reply;
     }
+    // Before any work, and before the database: what is refused here costs
+    // the other callers nothing.
+    if (const std::optional<Failure> refused
+        = guarded([&] { checkRequest(request, engineOptions); })) {
+        nuvMQClassifyMessage reply;
+        setError(reply, describe(word, *refused));
+        return reply;
+    }
     const auto found = commandTable().constFind(word);
     if (word.isEmpty() || found == commandTable().constEnd()) {
         nuvMQClassifyMessage reply;
         setError(reply,
                  word.isEmpty() ? QStringLiteral("the request names no command")
-                                : QStringLiteral("unknown command '%1'").arg(word));
+                                : QStringLiteral("unknown command '%1'").arg(echoed(word)));
         return reply;
     }
     const CommandEntry &entry = found.value();
@@ -389,6 +406,8 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
                 nuvMQClassifyMessage earlier;
                 earlier.fromWireBytes(query.value(0).toByteArray());
                 stored = earlier;
+                if (const std::optional<Session> session = loadSession(db, origin.token))
+                    callerLogin = session->login;
             }
         });
         if (stored) {
@@ -409,13 +428,19 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
     const std::optional<Failure> failure = guarded([&] {
         markerBefore = currentMarker(db);
         admitCaller(ctx, entry, engineOptions.sessionTimeoutMinutes);
+        callerLogin = ctx.login();
+        if ((entry.flags & Writes) && !(entry.flags & IdList))
+            checkRecordCount(request, engineOptions);
         if (!requestKey.isEmpty())
             changesBefore = changedRowCount();
         if (!(entry.flags & OutsideTransaction)) {
             entry.handler(ctx);
+            checkReply(ctx.reply, engineOptions);
             if (entry.flags & Writes)
                 bumpChangeCounter(db);
         }
+        if (ctx.session)
+            callerLogin = ctx.login();
         if (!requestKey.isEmpty())
             changesAfter = changedRowCount();
         markerAfter = currentMarker(db);
@@ -454,7 +479,10 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
         return ctx.reply;
     }
     if (lateWork) {
-        if (const std::optional<Failure> late = guarded([&] { entry.handler(ctx); })) {
+        if (const std::optional<Failure> late = guarded([&] {
+                entry.handler(ctx);
+                checkReply(ctx.reply, engineOptions);
+            })) {
             ctx.reply = nuvMQClassifyMessage();
             setError(ctx.reply, describe(word, *late));
         }

@@ -35,6 +35,23 @@ struct EngineOptions
     int busyTimeoutMs = 10000; // how long a request waits for another writer
     int sessionTimeoutMinutes = 480; // idle time after which a session ends; 0 = never
     int mailTimeoutSeconds = 30;
+    // What one request may ask for; beyond it the request is refused with
+    // a text naming the limit and its variable (docs/security.md).
+    int maxListEntries = 10000; // entries of each list in a request
+    qint64 maxRequestBytes = 64 << 20; // the whole request, payloads included
+    // fromEnvironment() takes a quarter of these two for a PostgreSQL database.
+    int maxIds = 200; // distinct documents (or other ids) one command touches
+    int maxRecords = 200; // dataList entries of a command that changes data
+    qint64 maxReplyBytes = 64 << 20;
+    int statementTimeoutMs = 10000; // one database statement; 0 = unbounded
+    // Failed logins: each makes the account and the sending connection wait
+    // longer before the next attempt (doubling from loginDelayMs up to
+    // loginMaxDelayMs); loginLockFailures in a row lock the account for
+    // loginLockMinutes. 0 failures = never lock.
+    int loginDelayMs = 1000;
+    int loginMaxDelayMs = 60000;
+    int loginLockFailures = 10;
+    int loginLockMinutes = 15;
     // When both are set and the database has no user yet, open() creates
     // this administrator (lets an embedded host start from nothing).
     QString initialAdminUser;
@@ -91,6 +108,10 @@ public:
     // The same for a request whose sending connection is known.
     nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const Origin &origin,
                                 const QString &requestKey, bool *replayed = nullptr);
+    // The login the last handle() ran as (after a login: the new session's
+    // user); empty when the caller was not logged in. For the daemon's log,
+    // which must name who acted, not who the request claims to be.
+    QString lastCaller() const { return callerLogin; }
     // Removes records of processed requests older than `hours` (a broker
     // never delivers a request again after its callers have given up).
     void forgetProcessedRequests(int hours);
@@ -128,6 +149,7 @@ private:
     QSqlDatabase db;
     QThread *connectionThread = nullptr;
     bool opened = false;
+    QString callerLogin;
 };
 
 } // namespace nuvserver

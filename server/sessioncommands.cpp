@@ -1,6 +1,7 @@
 // Login and sessions, passwords, user administration, update polling.
 
 #include "context.h"
+#include "loginthrottle.h"
 #include "passwordhash.h"
 #include "schema.h"
 
@@ -91,13 +92,16 @@ void login(Context &ctx)
                                     { ctx.token });
     if (boundTo.isValid() && boundTo.toString() != ctx.connection)
         fail(QStringLiteral("not logged in: the session token belongs to another connection"));
+    // Before any hashing: a guesser who must wait costs no PBKDF2 rounds.
+    admitLoginAttempt(ctx, name);
     const std::optional<StoredUser> user = findUser(ctx.db, name);
-    if (!user) {
+    if (!user)
         spendVerificationTime(password, ctx.options.pbkdf2Iterations);
-        fail(refusedLogin);
+    if (!user || !verifyPassword(password, user->hash)) {
+        countFailedLogin(ctx, name);
+        throw Failure { refusedLogin, true };
     }
-    if (!verifyPassword(password, user->hash))
-        fail(refusedLogin);
+    forgetFailedLogins(ctx, name);
     if (!user->active)
         fail(QStringLiteral("the account of %1 is disabled").arg(user->login));
 
@@ -168,6 +172,7 @@ void setPasswordAsAdministrator(Context &ctx)
     const StoredUser user = requireUser(ctx.db, ctx.requireDocId(QStringLiteral("the user name")));
     setPassword(ctx, user.id, ctx.requireItem(0, QStringLiteral("the new password")),
                 user.id != ctx.user().userId);
+    unlockAccount(ctx.db, user.login);
 }
 
 // CFDOCGETUSERS: docId "0", dataList = logins to return (empty: all)
@@ -232,6 +237,8 @@ void updateUsers(Context &ctx)
             QStringLiteral("DELETE FROM sessions WHERE user_id = ? AND user_id IN"
                            " (SELECT id FROM users WHERE active = 0)"),
             { user.id });
+        // An administrator's update is also how a locked account is opened.
+        unlockAccount(ctx.db, user.login);
     }
     requireAnAdministrator(ctx.db);
 }

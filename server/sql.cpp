@@ -2,6 +2,7 @@
 
 #include "dialect.h"
 
+#include <QHash>
 #include <QSqlError>
 
 namespace nuvserver {
@@ -18,7 +19,49 @@ bool changesData(const QString &sql)
         || verb.compare(QLatin1String("UPDATE"), Qt::CaseInsensitive) == 0
         || verb.compare(QLatin1String("DELETE"), Qt::CaseInsensitive) == 0;
 }
+
+// Prepared statements of this thread's SQLite connection, by their text.
+// Parsing and planning were most of the time a command spent per document
+// it worked on. A statement is kept only where nobody can still be reading
+// its rows when the same text runs again: an INSERT, UPDATE or DELETE
+// without RETURNING yields none, and scalar(), exists() and column() read
+// theirs at once and then reset the statement.
+struct PreparedStatements
+{
+    QString connection;
+    QHash<QString, QSqlQuery> statements;
+};
+thread_local PreparedStatements preparedStatements;
+
+bool reusable(const QString &sql)
+{
+    return changesData(sql) && !sql.contains(QLatin1String("RETURNING"));
+}
+
+// The prepared statement of `sql` on `db`, prepared now when it is new.
+QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
+{
+    if (preparedStatements.connection != db.connectionName()) {
+        preparedStatements.statements.clear();
+        preparedStatements.connection = db.connectionName();
+    }
+    const auto found = preparedStatements.statements.constFind(sql);
+    if (found != preparedStatements.statements.constEnd())
+        return found.value();
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    if (!query.prepare(sql))
+        fail(QStringLiteral("database error: ") + query.lastError().text());
+    preparedStatements.statements.insert(sql, query);
+    return query;
+}
 } // namespace
+
+void forgetPreparedStatements()
+{
+    preparedStatements.statements.clear();
+    preparedStatements.connection.clear();
+}
 
 qint64 changedRowCount()
 {
@@ -33,6 +76,7 @@ void fail(const QString &text)
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
     QSqlQuery query(db);
+    statementStarting();
     if (query.exec(sql))
         return true;
     if (error)
@@ -40,7 +84,11 @@ bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
     return false;
 }
 
-QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
+namespace {
+// run(); `readAtOnce`: the caller reads every row it wants before the next
+// statement and then calls finish(), so the statement may be kept.
+QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList &values,
+                  bool readAtOnce)
 {
     QSqlQuery query(db);
     // PostgreSQL streams a forward-only result row by row and drops what
@@ -48,12 +96,15 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
     bool done = false;
+    statementStarting();
     if (isPostgres(db)) {
         done = query.exec(withLiterals(db, sql, values));
     } else if (values.isEmpty()) {
         done = query.exec(sql);
     } else {
-        if (!query.prepare(sql))
+        if (readAtOnce || reusable(sql))
+            query = preparedStatement(db, sql);
+        else if (!query.prepare(sql))
             fail(QStringLiteral("database error: ") + query.lastError().text());
         for (const QVariant &value : values) {
             // A null QString is text like any other; NULL is bound as QVariant().
@@ -66,6 +117,9 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     }
     if (!done) {
         const QString text = query.lastError().text();
+        if (isStatementTimeout(query.lastError()))
+            fail(QStringLiteral("a database statement ran longer than the limit"
+                                " (NUV_SERVER_STATEMENT_TIMEOUT_MS); ask for less at a time"));
         if (isForeignKeyViolation(text))
             fail(QStringLiteral("the change would break a reference between records"));
         if (isUniqueViolation(text))
@@ -79,25 +133,36 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     }
     return query;
 }
+} // namespace
+
+QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
+{
+    return execute(db, sql, values, false);
+}
 
 QVariant scalar(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
-    QSqlQuery query = run(db, sql, values);
-    return query.next() ? query.value(0) : QVariant();
+    QSqlQuery query = execute(db, sql, values, true);
+    const QVariant value = query.next() ? query.value(0) : QVariant();
+    query.finish();
+    return value;
 }
 
 bool exists(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
-    QSqlQuery query = run(db, sql, values);
-    return query.next();
+    QSqlQuery query = execute(db, sql, values, true);
+    const bool found = query.next();
+    query.finish();
+    return found;
 }
 
 QStringList column(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
     QStringList result;
-    QSqlQuery query = run(db, sql, values);
+    QSqlQuery query = execute(db, sql, values, true);
     while (query.next())
         result.append(query.value(0).toString());
+    query.finish();
     return result;
 }
 

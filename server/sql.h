@@ -33,6 +33,9 @@ bool execPlain(QSqlDatabase &db, const QString &sql, QString *error = nullptr);
 
 // Prepares `sql`, binds `values` in order and executes it.
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// Drops the statements run() keeps prepared for this thread's connection;
+// before that connection closes.
+void forgetPreparedStatements();
 // Rows inserted, updated or deleted through run() on this thread so far:
 // the difference over a request tells whether it changed anything.
 qint64 changedRowCount();

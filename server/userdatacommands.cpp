@@ -43,7 +43,8 @@ void loadUserData(Context &ctx)
                                                    " LIMIT 1"),
                               { key1, ctx.user().userId, ctx.item(1), ctx.user().userId });
         if (!query.next())
-            fail(QStringLiteral("there is no user data '%1' / '%2'").arg(key1, ctx.item(1)));
+            fail(QStringLiteral("there is no user data '%1' / '%2'")
+                     .arg(echoed(key1), echoed(ctx.item(1))));
         ctx.setData({ query.value(1).toByteArray(), query.value(2).toByteArray() });
         return;
     }

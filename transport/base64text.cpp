@@ -101,4 +101,28 @@ QByteArray bytesFromBase64Text(const QString &text)
     return bytes;
 }
 
+bool isBase64Text(const QString &text, QString *problem)
+{
+    const auto refuse = [problem](const QString &why) {
+        if (problem)
+            *problem = why;
+        return false;
+    };
+    const int size = text.size();
+    if (size % 4 != 0)
+        return refuse(
+            QStringLiteral("its base64 text has %1 characters, not a multiple of 4").arg(size));
+    const ushort *in = text.utf16();
+    int padding = 0;
+    if (size > 0 && in[size - 1] == '=')
+        padding = size > 1 && in[size - 2] == '=' ? 2 : 1;
+    for (int i = 0; i < size - padding; ++i) {
+        if (in[i] >= 128 || decodeTable[in[i]] < 0)
+            return refuse(QStringLiteral("its base64 text holds a character outside the"
+                                         " alphabet at position %1")
+                              .arg(i));
+    }
+    return true;
+}
+
 } // namespace nuv

@@ -26,6 +26,11 @@ constexpr bool fitsBase64Text(qint64 byteCount)
 // A null QString when the bytes do not fit (see fitsBase64Text()).
 QString base64Text(const QByteArray &bytes);
 QByteArray bytesFromBase64Text(const QString &text);
+// Whether `text` is base64 as base64Text() writes it: whole groups of four
+// alphabet characters, '=' only as the padding of the last group. False
+// with the reason in `problem` (the decoder above skips what does not fit,
+// which is what a lenient reader wants and a server must not rely on).
+bool isBase64Text(const QString &text, QString *problem = nullptr);
 
 } // namespace nuv
 

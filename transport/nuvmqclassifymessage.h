@@ -35,6 +35,11 @@ public:
     // transports and servers that do not want the base64 step.
     QByteArray toWireBytes() const;
     void fromWireBytes(const QByteArray &bytes);
+    // fromWireBytes() that also tells whether the bytes were one whole,
+    // undamaged record; false with what was wrong in `problem`.
+    bool readWireBytes(const QByteArray &bytes, QString *problem);
+    // The size of toWireBytes(), without encoding.
+    qint64 wireSize() const;
 
     void setDataList(QStringList list);
     QStringList getDataList() const { return dataList; }

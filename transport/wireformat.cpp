@@ -116,7 +116,7 @@ public:
         if (length == 0)
             return QString(QLatin1String(""));
         if (length & 1) {
-            fail(); // the code units are left unread
+            fail("a text has an odd byte length"); // the code units are left unread
             return QString();
         }
         if (!take(length))
@@ -159,28 +159,44 @@ private:
     {
         if (quint64(end - at) < n) {
             at = end;
-            fail();
+            fail("the record is cut short");
             return false;
         }
         at += n;
         return true;
     }
-    void fail() { failed = true; }
+    void fail(const char *why)
+    {
+        failed = true;
+        if (!problem)
+            problem = why;
+    }
 
     const char *at;
     const char *end;
     bool failed = false;
+
+public:
+    // The first thing that went wrong, kept across lists; null while the
+    // record reads cleanly.
+    const char *problem = nullptr;
+    qsizetype bytesLeft() const { return end - at; }
 };
 
 } // namespace
 
+qint64 nuvMQClassifyMessage::wireSize() const
+{
+    return ::wireSize(headerText4) + ::wireSize(headerText1) + ::wireSize(headerText2)
+        + ::wireSize(headerText3) + ::wireSize(headerText5) + ::wireSize(command) + 1
+        + ::wireSize(errorText) + 1 + 8 + ::wireSize(docId) + 1 + ::wireSize(updateString)
+        + ::wireSize(dataList) + ::wireSize(data) + ::wireSize(currentArchive)
+        + ::wireSize(availablePlugins);
+}
+
 QByteArray nuvMQClassifyMessage::toWireBytes() const
 {
-    const qsizetype size = wireSize(headerText4) + wireSize(headerText1) + wireSize(headerText2)
-        + wireSize(headerText3) + wireSize(headerText5) + wireSize(command) + 1
-        + wireSize(errorText) + 1 + 8 + wireSize(docId) + 1 + wireSize(updateString)
-        + wireSize(dataList) + wireSize(data) + wireSize(currentArchive)
-        + wireSize(availablePlugins);
+    const qint64 size = wireSize();
     // Beyond what its text can carry the message cannot go out anyway, and
     // its size no longer fits the arithmetic below.
     if (!nuv::fitsBase64Text(size))
@@ -209,6 +225,11 @@ QByteArray nuvMQClassifyMessage::toWireBytes() const
 
 void nuvMQClassifyMessage::fromWireBytes(const QByteArray &bytes)
 {
+    readWireBytes(bytes, nullptr);
+}
+
+bool nuvMQClassifyMessage::readWireBytes(const QByteArray &bytes, QString *problem)
+{
     WireReader in(bytes);
     headerText4 = in.text();
     headerText1 = in.text();
@@ -227,6 +248,14 @@ void nuvMQClassifyMessage::fromWireBytes(const QByteArray &bytes)
     data = in.list(&WireReader::bytes);
     currentArchive = in.text();
     availablePlugins = in.list(&WireReader::text);
+    QString why;
+    if (in.problem)
+        why = QString::fromLatin1(in.problem);
+    else if (in.bytesLeft() > 0)
+        why = QStringLiteral("%1 bytes follow the record").arg(in.bytesLeft());
+    if (problem)
+        *problem = why;
+    return why.isEmpty();
 }
 
 bool nuvMQClassifyMessage::convertToBase64(QString &out)

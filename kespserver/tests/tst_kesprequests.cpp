@@ -1,9 +1,11 @@
 // How the daemon reads a request's headers: the key that survives a
-// redelivery, and when a request counts as given up by its caller; and how
-// its broker link judges the broker's heart-beats.
+// redelivery, the connection a request came from, and when a request counts
+// as given up by its caller; how it writes what clients chose into its log;
+// and how its broker link judges the broker's heart-beats.
 
 #include "brokerlink.h"
 #include "fakebroker.h"
+#include "logtext.h"
 #include "requestserver.h"
 #include "senderidentity.h"
 #include "serverconfig.h"
@@ -17,6 +19,8 @@ class KespRequests : public QObject
 private slots:
     void key_data();
     void key();
+    void logField_data();
+    void logField();
     void expiry_data();
     void expiry();
     void beatsWaitingAfterALongRequestCount();
@@ -66,6 +70,8 @@ void KespRequests::senderConnection_data()
     QTest::addColumn<QString>("connection");
     QTest::newRow("ActiveMQ over STOMP")
         << QByteArray("ID:vm-44673-1795437021761-3:23:-1:1:7") << "ID:vm-44673-1795437021761-3:23";
+    QTest::newRow("same connection, next message")
+        << QByteArray("ID:vm-44673-1795437021761-3:23:-1:1:8") << "ID:vm-44673-1795437021761-3:23";
     QTest::newRow("a JMS session") << QByteArray("ID:host-1-2:5:3:1:12") << "ID:host-1-2:5";
     QTest::newRow("no id") << QByteArray() << QString();
     QTest::newRow("not ActiveMQ's") << QByteArray("m-17") << QString();
@@ -134,6 +140,33 @@ void KespRequests::key()
     message.add("redelivered", "true");
     QCOMPARE(first, expected);
     QCOMPARE(kesp::requestKey(message), expected);
+}
+
+void KespRequests::logField_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("longest");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("plain") << "CFDOCINFO" << 40 << "CFDOCINFO";
+    QTest::newRow("line break") << "A\nB" << 40 << "A\\nB";
+    QTest::newRow("forged line") << "X\n2026-01-01T00:00:00Z s: CFDOBACKUP user=admin" << 200
+                                 << "X\\n2026-01-01T00:00:00Z s: CFDOBACKUP user=admin";
+    QTest::newRow("carriage return, tab, escape")
+        << QString("a\rb\tc") + QChar(0x1b) << 40 << "a\\rb\\tc\\u001b";
+    QTest::newRow("backslash") << "a\\nb" << 40 << "a\\\\nb";
+    QTest::newRow("line separator") << QString("a") + QChar(0x2028) + "b" << 40 << "a\\u2028b";
+    QTest::newRow("cut") << QString(300, QLatin1Char('x')) << 200
+                         << QString(200, QLatin1Char('x')) + QStringLiteral("…");
+    QTest::newRow("exactly the limit")
+        << QString(40, QLatin1Char('y')) << 40 << QString(40, QLatin1Char('y'));
+}
+
+void KespRequests::logField()
+{
+    QFETCH(QString, text);
+    QFETCH(int, longest);
+    QFETCH(QString, expected);
+    QCOMPARE(kesp::logField(text, longest), expected);
 }
 
 void KespRequests::expiry_data()

@@ -5,10 +5,15 @@
 //
 //   NUV_BROKER_DIR=... nuvkespload [instances] [requests] [threads] [--json]
 //   NUV_BROKER_DIR=... nuvkespload --roles [count] [warm-up] [--json]
+//   NUV_BROKER_DIR=... nuvkespload --fairness [instances] [seconds] [--json]
 //
 // --roles times getRoles() through the classify plugin, one call at a time,
 // against one instance: the round trip of a small read with the real engine
-// answering. --json prints one JSON object (for scripts/bench).
+// answering. --fairness has one user send the heaviest request the limits
+// allow (CFDOCMULTICLASSIFY of NUV_SERVER_MAX_IDS documents) in a loop while
+// another user calls CFROLES, and reports the second user's round trips:
+// what one user's load costs the others. --json prints one JSON object (for
+// scripts/bench).
 //
 // The database is SQLite, or a fresh database on a PostgreSQL server when
 // NUV_TEST_POSTGRES_URL names one (or NUV_TEST_POSTGRES_DIR the state
@@ -17,6 +22,7 @@
 #include "brokerenv.h"
 #include "classifyinterface.h"
 #include "loadclient.h"
+#include "nuvmqclientinterface.h"
 #include "scratchdatabase.h"
 #include "serverengine.h"
 #include "serverprocess.h"
@@ -25,9 +31,12 @@
 #include <QElapsedTimer>
 #include <QPluginLoader>
 #include <QTemporaryDir>
+#include <QThread>
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -123,6 +132,172 @@ int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, bool jso
     return 0;
 }
 
+// Sends the engine's answer to `request` on `token`; null text on success.
+QString engineCall(nuvserver::ServerEngine &engine, const QString &token, const QString &word,
+                   const QStringList &items, const QString &docId = QString(),
+                   QString *replyDocId = nullptr)
+{
+    nuvMQClassifyMessage request = kesp::command(word, items);
+    request.setDocId(docId);
+    const nuvMQClassifyMessage reply = engine.handle(request, token);
+    if (replyDocId)
+        *replyDocId = reply.getDocId();
+    return reply.command == QLatin1String("ERROR") ? word + QStringLiteral(": ") + reply.errorText
+                                                   : QString();
+}
+
+// Two users besides the administrator, and `count` documents of the first:
+// the ids, joined by U+FEFF as CFDOCMULTICLASSIFY takes them.
+QString seedFairness(const QString &database, int count, QString *error)
+{
+    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(database);
+    options.pbkdf2Iterations = 1000;
+    nuvserver::ServerEngine engine(options);
+    if (!engine.open(error))
+        return QString();
+    const QString admin = QStringLiteral("00000000000000000000000000000001");
+    const QString heavy = QStringLiteral("00000000000000000000000000000002");
+    const QChar separator(0xFEFF);
+    *error = engineCall(engine, admin, QStringLiteral("CFLOGIN"), { loadUser, loadPassword, {} });
+    for (const char *name : { "heavy", "light" }) {
+        if (error->isEmpty())
+            *error
+                = engineCall(engine, admin, QStringLiteral("CFDOCSETUSERS"),
+                             { QStringList { QLatin1String(name), loadPassword, QLatin1String(name),
+                                             QString(), QStringLiteral("0") }
+                                   .join(separator) },
+                             QStringLiteral("0"));
+    }
+    if (error->isEmpty())
+        *error = engineCall(engine, admin, QStringLiteral("CFSAVEDOCTYPES"), { "Letter" });
+    if (error->isEmpty())
+        *error = engineCall(engine, heavy, QStringLiteral("CFLOGIN"),
+                            { QStringLiteral("heavy"), loadPassword, {} });
+    QStringList ids;
+    for (int i = 0; i < count && error->isEmpty(); ++i) {
+        QString id;
+        *error = engineCall(engine, heavy, QStringLiteral("CFGETNEXTOID"), {}, QString(), &id);
+        if (error->isEmpty())
+            *error = engineCall(engine, heavy, QStringLiteral("CFDOCNEWCLASSIFY"),
+                                { QStringLiteral("Letter"), QStringLiteral("Document %1").arg(i) },
+                                id);
+        ids.append(id);
+    }
+    return error->isEmpty() ? ids.join(separator) : QString();
+}
+
+// A transport logged in as `user`; null with the reason printed.
+std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, const QString &user)
+{
+    std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
+    if (!transport || !transport->connectToBroker(broker.host(), broker.stompPort())) {
+        std::fprintf(stderr, "nuvkespload: %s cannot connect\n", qPrintable(user));
+        return nullptr;
+    }
+    transport->setUserName(user);
+    nuvMQClassifyMessage login
+        = kesp::command(QStringLiteral("CFLOGIN"), { user, loadPassword, {} });
+    nuvMQClassifyMessage reply;
+    if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
+                                    nullptr)
+        || reply.command == QLatin1String("ERROR")) {
+        std::fprintf(stderr, "nuvkespload: %s cannot log in: %s%s\n", qPrintable(user),
+                     qPrintable(transport->lastErrorText), qPrintable(reply.errorText));
+        return nullptr;
+    }
+    return transport;
+}
+
+// One call; its round trip in microseconds, or -1 when it failed.
+qint64 timedCall(nuvMQClientInterface &transport, nuvMQClassifyMessage request)
+{
+    nuvMQClassifyMessage reply;
+    QElapsedTimer clock;
+    clock.start();
+    const bool ok = transport.sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 60, 0,
+                                              QString(), nullptr);
+    const qint64 micros = clock.nsecsElapsed() / 1000;
+    if (!ok || reply.command == QLatin1String("ERROR")) {
+        std::fprintf(stderr, "nuvkespload: %s failed: %s%s\n", qPrintable(request.command),
+                     qPrintable(transport.lastErrorText), qPrintable(reply.errorText));
+        return -1;
+    }
+    return micros;
+}
+
+int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, bool json)
+{
+    Servers servers;
+    if (!servers.start(broker, instances))
+        return 1;
+    const int count = nuvserver::EngineOptions::fromEnvironment(servers.scratch.location()).maxIds;
+    QString error;
+    const QString ids = seedFairness(servers.scratch.location(), count, &error);
+    if (!error.isEmpty()) {
+        std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(error));
+        return 1;
+    }
+    std::unique_ptr<nuvMQClientInterface> heavy = loggedIn(broker, QStringLiteral("heavy"));
+    std::unique_ptr<nuvMQClientInterface> light = loggedIn(broker, QStringLiteral("light"));
+    if (!heavy || !light)
+        return 1;
+
+    std::atomic<bool> done { false };
+    QVector<qint64> heavyMicros;
+    bool heavyFailed = false;
+    std::thread loop([&] {
+        for (int n = 0; !done; ++n) {
+            nuvMQClassifyMessage request = kesp::command(
+                QStringLiteral("CFDOCMULTICLASSIFY"),
+                { QStringLiteral("title") + QChar(0xFEFF) + QStringLiteral("Round %1").arg(n) });
+            request.setDocId(ids);
+            const qint64 micros = timedCall(*heavy, request);
+            heavyFailed = heavyFailed || micros < 0;
+            if (micros < 0)
+                return;
+            heavyMicros.append(micros);
+        }
+    });
+    QVector<qint64> lightMicros;
+    bool lightFailed = false;
+    QElapsedTimer wall;
+    wall.start();
+    while (wall.elapsed() < qint64(seconds) * 1000 && !lightFailed) {
+        const qint64 micros = timedCall(*light, kesp::command(QStringLiteral("CFROLES"), {}));
+        lightFailed = micros < 0;
+        if (!lightFailed)
+            lightMicros.append(micros);
+        // A user at work calls now and then, not back to back: the calls
+        // land at all points of the heavy requests.
+        QThread::msleep(20);
+    }
+    done = true;
+    loop.join();
+    heavy->disconnectFromBroker();
+    light->disconnectFromBroker();
+    servers.stop();
+    if (heavyFailed || lightFailed)
+        return 1;
+
+    const double p50 = kesp::percentileMillis(lightMicros, 0.5);
+    const double p99 = kesp::percentileMillis(lightMicros, 0.99);
+    const double worst = kesp::percentileMillis(lightMicros, 1.0);
+    const double heavyP50 = kesp::percentileMillis(heavyMicros, 0.5);
+    if (json)
+        std::printf("{\"kind\": \"fairness\", \"instances\": %d, \"ids\": %d, "
+                    "\"heavy_requests\": %d, \"heavy_p50_ms\": %.1f, \"calls\": %d, "
+                    "\"p50_ms\": %.1f, \"p99_ms\": %.1f, \"max_ms\": %.1f}\n",
+                    instances, count, int(heavyMicros.size()), heavyP50, int(lightMicros.size()),
+                    p50, p99, worst);
+    else
+        std::printf("%d instances; user 'heavy' sent %d CFDOCMULTICLASSIFY of %d documents "
+                    "(p50 %.1f ms each);\nuser 'light' made %d CFROLES calls meanwhile: "
+                    "p50 %.1f ms, p99 %.1f ms, max %.1f ms (target p99 <= 200 ms: %s)\n",
+                    instances, int(heavyMicros.size()), count, heavyP50, int(lightMicros.size()),
+                    p50, p99, worst, p99 <= 200.0 ? "met" : "not met");
+    return 0;
+}
+
 int measureLoad(const stomp::BrokerEnv &broker, int instances, int requests, int threads, bool json)
 {
     Servers servers;
@@ -172,6 +347,7 @@ int main(int argc, char **argv)
     QStringList args = QCoreApplication::arguments();
     const bool json = args.removeAll(QStringLiteral("--json")) > 0;
     const bool roles = args.removeAll(QStringLiteral("--roles")) > 0;
+    const bool fairness = args.removeAll(QStringLiteral("--fairness")) > 0;
 
     const stomp::BrokerEnv broker;
     if (!broker.ok()) {
@@ -183,6 +359,11 @@ int main(int argc, char **argv)
         const int count = qMax(1, args.value(1, QStringLiteral("2000")).toInt());
         const int warmUp = qMax(0, args.value(2, QStringLiteral("200")).toInt());
         return measureRoles(broker, count, warmUp, json);
+    }
+    if (fairness) {
+        const int instances = qMax(1, args.value(1, QStringLiteral("2")).toInt());
+        const int seconds = qMax(1, args.value(2, QStringLiteral("20")).toInt());
+        return measureFairness(broker, instances, seconds, json);
     }
     const int instances = qMax(1, args.value(1, QStringLiteral("1")).toInt());
     const int requests = qMax(1, args.value(2, QStringLiteral("2000")).toInt());

@@ -86,10 +86,19 @@ ClientPtr TestServer::user(const QString &login, const QStringList &roles)
     return client;
 }
 
+nuvserver::EngineOptions TestServer::options() const
+{
+    return nuvserver::EngineOptions::fromEnvironment(database());
+}
+
 std::unique_ptr<nuvserver::ServerEngine> TestServer::engine()
 {
-    auto engine = std::make_unique<nuvserver::ServerEngine>(
-        nuvserver::EngineOptions::fromEnvironment(database()));
+    return engine(options());
+}
+
+std::unique_ptr<nuvserver::ServerEngine> TestServer::engine(const nuvserver::EngineOptions &options)
+{
+    auto engine = std::make_unique<nuvserver::ServerEngine>(options);
     QString error;
     if (!engine->open(&error))
         qFatal("cannot open the engine: %s", qPrintable(error));

@@ -58,8 +58,11 @@ public:
     // A client whose transport is connected but that has not logged in.
     ClientPtr unconnected();
 
-    // An engine on the same database, for requests a client never sends.
+    // An engine on the same database, for requests a client never sends;
+    // with `options` (start from options()) for one set up differently.
     std::unique_ptr<nuvserver::ServerEngine> engine();
+    std::unique_ptr<nuvserver::ServerEngine> engine(const nuvserver::EngineOptions &options);
+    nuvserver::EngineOptions options() const;
 
 private:
     QTemporaryDir directory;
