@@ -208,9 +208,9 @@ private:
     Result perform(const nuv::Command &command, NuvKespClassifyBlock request, Result failure,
                    OnSuccess onSuccess)
     {
-        if (refusedInsideExchange())
+        if (refusedInsideExchange() || (command.locked && refusedUnderOwnLock()))
             return failure;
-        nuv::MutexLocker locker(command.locked ? mutex : nullptr);
+        nuv::OperationLocker locker(command.locked ? mutex : nullptr, lockHolder);
         NuvKespClassifyBlock reply;
         if (!exchange(command, std::move(request), reply))
             return failure;
@@ -226,6 +226,11 @@ private:
     // way, or on the operation lock that exchange holds, for ever.
     bool refusedInsideExchange();
     static QString insideExchangeText();
+    // True, with the last error set, when the calling thread already holds
+    // the operation lock: it is inside a slot connected directly to
+    // serverRequest, which locking operations emit under the lock. Taking the
+    // lock again there would wait on this very thread for ever.
+    bool refusedUnderOwnLock();
     // Send, test and record; no locking. True when the reply passed.
     bool exchange(const nuv::Command &command, NuvKespClassifyBlock request,
                   NuvKespClassifyBlock &reply);
@@ -274,6 +279,8 @@ private:
     // the client from within that call (connectionLost delivered directly);
     // an exchange started from there would wait on `exchangeLock` for ever.
     std::atomic<Qt::HANDLE> exchangingThread { nullptr };
+    // The thread holding `mutex`, if any; kept by nuv::OperationLocker.
+    std::atomic<Qt::HANDLE> lockHolder { nullptr };
 };
 
 #endif // NUVCLASSIFYCLIENT_H
