@@ -13,8 +13,12 @@
 
 class nuvMQClientInterface;
 
-/*
- * The classify plugin's one class: a session with the document server.
+/**
+ * \brief The classify plugin's one class: a session with the document server.
+ *
+ * It implements ClassifyInterface, whose documentation describes every
+ * operation, and offers setRoleRoles() and getRevisionen() beside it through
+ * its meta-object.
  *
  * Every command operation is one synchronous exchange through the loaded
  * message-queue transport, run by perform(): take the operation lock unless
@@ -182,8 +186,21 @@ public:
 
     // Not part of ClassifyInterface; hosts reach them through the
     // meta-object (QMetaObject::invokeMethod) or by linking the client.
-    // Writes the roles of a role: the server has one command for both.
+    /**
+     * Sets the member roles of a role, the same request as setRoleUsers():
+     * the server has one command for both. Sends "CFDOCSETROLEUSERS"; takes
+     * the operation lock; sets the last error on failure.
+     * \param role the role's name
+     * \param roles its members
+     * \return true on success, false on failure
+     */
     Q_INVOKABLE bool setRoleRoles(QString role, QStringList roles);
+    /**
+     * Lists the revisions of a document. Sends "CFDOCREV"; takes the
+     * operation lock; sets the last error on failure.
+     * \param docId the document
+     * \return the revision records; an empty list on failure
+     */
     Q_INVOKABLE QStringList getRevisionen(QString docId);
 
     // Loads the message-queue plugin once per object and creates the

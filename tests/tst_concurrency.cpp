@@ -2,6 +2,7 @@
 // from a directly connected serverRequest slot while the operation lock is
 // held. A lock taken where it must not be shows as a hang.
 
+#include "lockprobe.h"
 #include "testsupport.h"
 
 #include <QtTest>
@@ -10,6 +11,7 @@
 #include <thread>
 
 using namespace testsupport;
+using commandkit::refusedUnderLock;
 
 namespace {
 
@@ -191,10 +193,6 @@ private Q_SLOTS:
 };
 
 namespace {
-
-const QString refusedUnderLock = QStringLiteral(
-    "called from a slot connected directly to serverRequest while the client's lock is held; "
-    "connect with Qt::QueuedConnection");
 
 // The locking operations that emit serverRequest while they hold the lock.
 void addLockHolderRows()
