@@ -17,15 +17,12 @@ import argparse
 import re
 import sys
 
-PURE_VIRTUAL = re.compile(r"virtual\s+(?P<ret>[^;(]*?)\b(?P<name>\w+)\s*\((?P<params>[^)]*)\)\s*=\s*0\s*;", re.S)
+PURE_VIRTUAL = re.compile(
+    r"virtual\s+(?P<ret>[^;(]*?)\b(?P<name>\w+)\s*\((?P<params>[^)]*)\)\s*=\s*0\s*;", re.S)
 SENDS = re.compile(r'\bSends "(?P<command>[A-Z]+)"|\bSends nothing\b')
 LOCKED = re.compile(r"\btakes the operation lock\b", re.I)
 UNLOCKED = re.compile(r"\btakes no lock\b", re.I)
 LAST_ERROR = re.compile(r"\blast error\b", re.I)
-
-
-class DocError(Exception):
-    pass
 
 
 def split_parameters(text):
@@ -95,22 +92,21 @@ def comment_before(text, start):
 
 
 def read_operations(path, wanted=None):
+    """The pure virtual operations of `path` in declaration order, or the
+    invokable members named in `wanted`, with their docs and every gap
+    found in them."""
     text = open(path, encoding="utf-8").read()
+    operations, errors, matches = [], [], []
     if wanted is None:
         matches = list(PURE_VIRTUAL.finditer(text))
-    else:
-        matches = []
-        for name in wanted:
-            member = re.compile(r"Q_INVOKABLE\s+(?P<ret>[\w:<>, ]+?)\s+(?P<name>%s)\s*"
-                                r"\((?P<params>[^)]*)\)\s*;" % re.escape(name))
-            found = member.search(text)
-            if found:
-                matches.append(found)
-            else:
-                errors_missing = "%s: no invokable declaration of %s" % (path, name)
-                print(errors_missing, file=sys.stderr)
-                sys.exit(1)
-    operations, errors = [], []
+    for name in wanted or []:
+        member = re.compile(r"Q_INVOKABLE\s+(?P<ret>[\w:<>, ]+?)\s+(?P<name>%s)\s*"
+                            r"\((?P<params>[^)]*)\)\s*;" % re.escape(name))
+        found = member.search(text)
+        if found:
+            matches.append(found)
+        else:
+            errors.append("%s: no invokable declaration of %s" % (path, name))
     for match in matches:
         name = match.group("name")
         where = "%s:%d: %s" % (path, line_of(text, match.start()), name)
