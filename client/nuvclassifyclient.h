@@ -211,7 +211,21 @@ public:
     NuvKespClassifyBlock sendSyncCommand(NuvKespClassifyBlock block, int timeout);
 
 Q_SIGNALS:
+    /**
+     * The transport lost its connection to the broker. It may be reported
+     * from inside an operation's exchange; an operation called from a slot
+     * connected directly is refused there.
+     */
     void clientDisconnect();
+    /**
+     * The server asks the host to act: "DORELOADALL" when a reply asks for a
+     * reload, "SYSUPDATE" after insertMandant() created a tenant, and each
+     * request that checkUpdate() collects. Emitted on the calling thread while
+     * the operation lock is held: connect with Qt::QueuedConnection to call
+     * operations that take the lock; from a slot connected directly they are
+     * refused.
+     * \param request what the server asks for
+     */
     void serverRequest(QString request);
 
 public Q_SLOTS:
