@@ -134,10 +134,12 @@ def read_operations(path, wanted=None):
         whole = brief + " " + details
         sends = SENDS.search(whole)
         if not sends:
-            errors.append('%s: must say which command it sends (Sends "CF..." or Sends nothing)' % where)
+            errors.append('%s: must say which command it sends (Sends "CF..." or Sends nothing)'
+                          % where)
         locked, unlocked = bool(LOCKED.search(whole)), bool(UNLOCKED.search(whole))
         if locked == unlocked:
-            errors.append("%s: must say either 'takes the operation lock' or 'takes no lock'" % where)
+            errors.append("%s: must say either 'takes the operation lock' or 'takes no lock'"
+                          % where)
         if not LAST_ERROR.search(whole):
             errors.append("%s: must say what it does to the last error" % where)
         texts = dict(docparams)
