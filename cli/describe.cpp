@@ -1,5 +1,6 @@
 #include "describe.h"
 
+#include "operationdocs.h"
 #include "options.h"
 
 #include <QJsonArray>
@@ -46,25 +47,58 @@ QString slotNote(const Operation &operation)
     return QStringLiteral("invokable member beside ClassifyInterface");
 }
 
+// Writes `text` in lines of at most 78 columns, each line after `first`
+// indented by `indent` blanks.
+void printWrapped(QTextStream &out, const QString &first, const QString &text, int indent)
+{
+    QString line = first;
+    const QStringList words = text.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    bool fresh = line.trimmed().isEmpty();
+    for (const QString &word : words) {
+        if (!fresh && line.size() + 1 + word.size() > 78) {
+            out << line << '\n';
+            line = QString(indent, QLatin1Char(' '));
+            fresh = true;
+        }
+        if (!fresh)
+            line += QLatin1Char(' ');
+        line += word;
+        fresh = false;
+    }
+    out << line << '\n';
+}
+
+QString parameterNotes(const Parameter &parameter)
+{
+    QString notes = kindSyntax(parameter.kind);
+    if (parameter.direction == Direction::InOut)
+        notes += QStringLiteral(", comes back changed");
+    if (parameter.optional)
+        notes += QStringLiteral(", may be left off (empty)");
+    return notes;
+}
+
+// The text of the operation's doc comment, then what the tool adds: its
+// command line, what it prints, how failure shows, the login it needs.
 void printOneHelp(QTextStream &out, const Operation &operation)
 {
     out << operation.usage() << '\n';
-    out << "  " << operation.summary << '\n';
+    printWrapped(out, QStringLiteral("  ") + operation.summary, operation.doc->details, 2);
     out << "  Declared as " << operation.cppSignature() << " (" << slotNote(operation) << ").\n";
-    bool anyArgument = false;
-    for (const Parameter &parameter : operation.parameters) {
-        if (parameter.direction == Direction::Out)
-            continue;
-        if (!anyArgument)
-            out << "  Arguments:\n";
-        anyArgument = true;
-        QString notes;
-        if (parameter.direction == Direction::InOut)
-            notes += QStringLiteral(", comes back changed");
-        if (parameter.optional)
-            notes += QStringLiteral(", may be left off (empty)");
-        out << "    " << parameter.name << ": " << kindSyntax(parameter.kind) << notes << '\n';
+    for (const bool given : { true, false }) {
+        bool any = false;
+        for (const Parameter &parameter : operation.parameters) {
+            if ((parameter.direction != Direction::Out) != given)
+                continue;
+            if (!any)
+                out << (given ? "  Arguments:\n" : "  Filled in:\n");
+            any = true;
+            out << "    " << parameter.name << ": " << parameterNotes(parameter) << '\n';
+            printWrapped(out, QString(6, QLatin1Char(' ')), parameter.description, 6);
+        }
     }
+    if (!operation.doc->returns.isEmpty())
+        printWrapped(out, QStringLiteral("  Returns:"), operation.doc->returns, 4);
     QStringList printed;
     if (operation.result != Kind::Void)
         printed.append(QStringLiteral("the result (%1)").arg(kindName(operation.result)));
@@ -90,6 +124,7 @@ QJsonObject describeAsJson(const Operation &operation)
             { QStringLiteral("type"), parameter.cppType },
             { QStringLiteral("direction"), directionName(parameter.direction) },
             { QStringLiteral("optional"), parameter.optional },
+            { QStringLiteral("description"), parameter.description },
         });
     QJsonObject object {
         { QStringLiteral("name"), operation.name },
@@ -99,6 +134,10 @@ QJsonObject describeAsJson(const Operation &operation)
         { QStringLiteral("signature"), operation.cppSignature() },
         { QStringLiteral("usage"), operation.usage() },
         { QStringLiteral("summary"), operation.summary },
+        { QStringLiteral("details"), operation.doc->details },
+        { QStringLiteral("returns"), operation.doc->returns },
+        { QStringLiteral("command"), operation.doc->command },
+        { QStringLiteral("takesLock"), operation.doc->locked },
         { QStringLiteral("failure"), describeFailure(operation.failure) },
         { QStringLiteral("needsLogin"),
           operation.session == SessionUse::LoggedIn

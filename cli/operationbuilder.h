@@ -6,6 +6,7 @@
 // and cannot drift from it. Only the operation table includes this.
 
 #include "classifyinterface.h"
+#include "operationdocs.h"
 #include "operations.h"
 
 #include <QMetaObject>
@@ -91,40 +92,59 @@ template<typename P> QString spelledType()
     return name;
 }
 
-// A row's parameter name may carry two marks: a leading '+' makes a
-// reference parameter in-out (its value is read from the command line and
-// sent), a trailing '?' lets it be left off the end of the command line.
-template<typename P> Parameter parameterOf(const char *spelled)
+template<typename P> Parameter parameterOf(const nuvdoc::ParameterDoc &doc)
 {
     Parameter parameter;
+    parameter.name = doc.name;
+    parameter.description = doc.text;
+    parameter.kind = TypeInfo<Bare<P>>::kind;
+    parameter.cppType = spelledType<P>();
+    parameter.direction = isOut<P> ? Direction::Out : Direction::In;
+    return parameter;
+}
+
+// A mark names a parameter: a leading '+' makes a reference parameter in-out
+// (its value is read from the command line and sent), a trailing '?' lets it
+// be left off the end of the command line.
+inline void applyMark(Operation &operation, const char *spelled)
+{
     QString name = QString::fromLatin1(spelled);
-    parameter.optional = name.endsWith(QLatin1Char('?'));
-    if (parameter.optional)
+    const bool optional = name.endsWith(QLatin1Char('?'));
+    if (optional)
         name.chop(1);
     const bool inOut = name.startsWith(QLatin1Char('+'));
     if (inOut)
         name.remove(0, 1);
-    parameter.name = name;
-    parameter.kind = TypeInfo<Bare<P>>::kind;
-    parameter.cppType = spelledType<P>();
-    parameter.direction = !isOut<P> ? Direction::In : inOut ? Direction::InOut : Direction::Out;
-    return parameter;
+    for (Parameter &parameter : operation.parameters) {
+        if (parameter.name != name)
+            continue;
+        parameter.optional = parameter.optional || optional;
+        if (inOut && parameter.direction == Direction::Out)
+            parameter.direction = Direction::InOut;
+        return;
+    }
+    qFatal("operation table: %s has no parameter %s", qPrintable(operation.name), qPrintable(name));
 }
 
+// Names, texts and summary come from the operation's doc comment; a row
+// whose doc is missing or names other parameters stops the tool at once.
 template<typename R, typename... P, std::size_t... I>
-Operation describe(int index, const char *name, std::initializer_list<const char *> names,
-                   Failure failure, SessionUse session, const char *summary,
-                   std::index_sequence<I...>)
+Operation describe(int index, const char *name, std::initializer_list<const char *> marks,
+                   Failure failure, SessionUse session, std::index_sequence<I...>)
 {
-    if (names.size() != sizeof...(P))
-        qFatal("operation table: %s names %d parameters, its signature has %d", name,
-               int(names.size()), int(sizeof...(P)));
+    const nuvdoc::OperationDoc *doc = nuvdoc::findOperationDoc(index, QString::fromLatin1(name));
+    if (!doc || doc->name != QLatin1String(name))
+        qFatal("operation table: no documentation of %s in slot %d", name, index);
+    if (doc->parameters.size() != int(sizeof...(P)))
+        qFatal("operation table: %s documents %d parameters, its signature has %d", name,
+               int(doc->parameters.size()), int(sizeof...(P)));
     Operation operation;
     operation.index = index;
     operation.name = QString::fromLatin1(name);
-    const char *const *spelled = names.begin();
-    (operation.parameters.append(parameterOf<P>(spelled[I])), ...);
-    (void)spelled;
+    operation.doc = doc;
+    (operation.parameters.append(parameterOf<P>(doc->parameters.at(int(I)))), ...);
+    for (const char *mark : marks)
+        applyMark(operation, mark);
     if constexpr (std::is_void_v<R>) {
         operation.result = Kind::Void;
         operation.resultCppType = QStringLiteral("void");
@@ -134,7 +154,7 @@ Operation describe(int index, const char *name, std::initializer_list<const char
     }
     operation.failure = failure;
     operation.session = session;
-    operation.summary = QString::fromUtf8(summary);
+    operation.summary = doc->brief;
     return operation;
 }
 
@@ -154,11 +174,11 @@ Value invoke(R (ClassifyInterface::*method)(P...), CallContext &context, std::in
 // A row for an operation of ClassifyInterface.
 template<typename R, typename... P>
 Operation op(int index, const char *name, R (ClassifyInterface::*method)(P...),
-             std::initializer_list<const char *> names, Failure failure, const char *summary,
+             std::initializer_list<const char *> marks, Failure failure,
              SessionUse session = SessionUse::LoggedIn)
 {
-    Operation operation = describe<R, P...>(index, name, names, failure, session, summary,
-                                            std::index_sequence_for<P...>());
+    Operation operation
+        = describe<R, P...>(index, name, marks, failure, session, std::index_sequence_for<P...>());
     operation.call = [method](CallContext &context) {
         return invoke(method, context, std::index_sequence_for<P...>());
     };
@@ -187,10 +207,9 @@ Value invokeByName(const QByteArray &method, CallContext &context, std::index_se
 // meta-object as any host reaches it. The signature is given as template
 // arguments: invokable<bool, QString, QStringList>(...).
 template<typename R, typename... P>
-Operation invokable(const char *name, std::initializer_list<const char *> names, Failure failure,
-                    const char *summary)
+Operation invokable(const char *name, std::initializer_list<const char *> marks, Failure failure)
 {
-    Operation operation = describe<R, P...>(0, name, names, failure, SessionUse::LoggedIn, summary,
+    Operation operation = describe<R, P...>(0, name, marks, failure, SessionUse::LoggedIn,
                                             std::index_sequence_for<P...>());
     operation.call = [method = QByteArray(name)](CallContext &context) {
         return invokeByName<R, P...>(method, context, std::index_sequence_for<P...>());

@@ -11,6 +11,9 @@
 
 class ClassifyInterface;
 class QObject;
+namespace nuvdoc {
+struct OperationDoc;
+}
 
 /*
  * The table of every operation the tool can call: the 127 operations of
@@ -34,6 +37,7 @@ struct Parameter
     QString cppType; // as declared, e.g. "const QString &"
     Direction direction = Direction::In;
     bool optional = false; // may be left off the end of the command line
+    QString description; // from the doc comment
 };
 
 // How an operation reports failure. The interface has no single rule: some
@@ -75,7 +79,8 @@ struct Operation
     QString resultCppType;
     Failure failure = Failure::Never;
     SessionUse session = SessionUse::LoggedIn;
-    QString summary;
+    QString summary; // the doc comment's first sentence
+    const nuvdoc::OperationDoc *doc = nullptr; // the whole doc comment
     std::function<Value(CallContext &)> call;
 
     int minArguments() const;

@@ -32,6 +32,15 @@ bool NuvClassifyClient::refusedInsideExchange()
     return true;
 }
 
+bool NuvClassifyClient::refusedUnderOwnLock()
+{
+    if (!nuv::OperationLocker::isHeldHere(lockHolder))
+        return false;
+    setLastError(tr("called from a slot connected directly to serverRequest while the client's "
+                    "lock is held; connect with Qt::QueuedConnection"));
+    return true;
+}
+
 NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock block, int timeout)
 {
     // An operation called before any login has nothing to send through;

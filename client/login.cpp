@@ -12,9 +12,9 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
 bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, QString pass,
                                          QString loginExtra)
 {
-    if (refusedInsideExchange())
+    if (refusedInsideExchange() || refusedUnderOwnLock())
         return false;
-    nuv::MutexLocker locker(mutex);
+    nuv::OperationLocker locker(mutex, lockHolder);
 
     // Kept even when the login fails, so a host can show what was tried.
     username = user;

@@ -2,6 +2,9 @@
 #define NUV_MUTEXLOCKER_H
 
 #include <QMutex>
+#include <QThread>
+
+#include <atomic>
 
 #if defined(__SANITIZE_THREAD__)
 #define NUV_THREAD_SANITIZER 1
@@ -52,6 +55,44 @@ public:
 
 private:
     QMutex *held;
+};
+
+// Holds the client's operation lock for one scope and notes which thread
+// holds it. The lock is not recursive: a thread that asks for it again (a
+// slot connected directly to a signal emitted under it) would wait on itself
+// for ever, so callers check isHeldHere() first and refuse instead.
+class OperationLocker
+{
+public:
+    OperationLocker(QMutex *mutex, std::atomic<Qt::HANDLE> &holder)
+        : locker(mutex)
+        , holder(mutex ? &holder : nullptr)
+    {
+        if (this->holder)
+            this->holder->store(QThread::currentThreadId());
+    }
+    ~OperationLocker() { unlock(); }
+    OperationLocker(const OperationLocker &) = delete;
+    OperationLocker &operator=(const OperationLocker &) = delete;
+
+    // Cleared before the lock goes, so that the next holder's mark is never
+    // overwritten.
+    void unlock()
+    {
+        if (holder)
+            holder->store(nullptr);
+        holder = nullptr;
+        locker.unlock();
+    }
+
+    static bool isHeldHere(const std::atomic<Qt::HANDLE> &holder)
+    {
+        return holder.load() == QThread::currentThreadId();
+    }
+
+private:
+    MutexLocker locker;
+    std::atomic<Qt::HANDLE> *holder;
 };
 
 } // namespace nuv

@@ -13,8 +13,12 @@
 
 class nuvMQClientInterface;
 
-/*
- * The classify plugin's one class: a session with the document server.
+/**
+ * \brief The classify plugin's one class: a session with the document server.
+ *
+ * It implements ClassifyInterface, whose documentation describes every
+ * operation, and offers setRoleRoles() and getRevisionen() beside it through
+ * its meta-object.
  *
  * Every command operation is one synchronous exchange through the loaded
  * message-queue transport, run by perform(): take the operation lock unless
@@ -182,8 +186,21 @@ public:
 
     // Not part of ClassifyInterface; hosts reach them through the
     // meta-object (QMetaObject::invokeMethod) or by linking the client.
-    // Writes the roles of a role: the server has one command for both.
+    /**
+     * Sets the member roles of a role, the same request as setRoleUsers():
+     * the server has one command for both. Sends "CFDOCSETROLEUSERS"; takes
+     * the operation lock; sets the last error on failure.
+     * \param role the role's name
+     * \param roles its members
+     * \return true on success, false on failure
+     */
     Q_INVOKABLE bool setRoleRoles(QString role, QStringList roles);
+    /**
+     * Lists the revisions of a document. Sends "CFDOCREV"; takes the
+     * operation lock; sets the last error on failure.
+     * \param docId the document
+     * \return the revision records; an empty list on failure
+     */
     Q_INVOKABLE QStringList getRevisionen(QString docId);
 
     // Loads the message-queue plugin once per object and creates the
@@ -194,7 +211,21 @@ public:
     NuvKespClassifyBlock sendSyncCommand(NuvKespClassifyBlock block, int timeout);
 
 Q_SIGNALS:
+    /**
+     * The transport lost its connection to the broker. It may be reported
+     * from inside an operation's exchange; an operation called from a slot
+     * connected directly is refused there.
+     */
     void clientDisconnect();
+    /**
+     * The server asks the host to act: "DORELOADALL" when a reply asks for a
+     * reload, "SYSUPDATE" after insertMandant() created a tenant, and each
+     * request that checkUpdate() collects. Emitted on the calling thread while
+     * the operation lock is held: connect with Qt::QueuedConnection to call
+     * operations that take the lock; from a slot connected directly they are
+     * refused.
+     * \param request what the server asks for
+     */
     void serverRequest(QString request);
 
 public Q_SLOTS:
@@ -208,9 +239,9 @@ private:
     Result perform(const nuv::Command &command, NuvKespClassifyBlock request, Result failure,
                    OnSuccess onSuccess)
     {
-        if (refusedInsideExchange())
+        if (refusedInsideExchange() || (command.locked && refusedUnderOwnLock()))
             return failure;
-        nuv::MutexLocker locker(command.locked ? mutex : nullptr);
+        nuv::OperationLocker locker(command.locked ? mutex : nullptr, lockHolder);
         NuvKespClassifyBlock reply;
         if (!exchange(command, std::move(request), reply))
             return failure;
@@ -226,6 +257,11 @@ private:
     // way, or on the operation lock that exchange holds, for ever.
     bool refusedInsideExchange();
     static QString insideExchangeText();
+    // True, with the last error set, when the calling thread already holds
+    // the operation lock: it is inside a slot connected directly to
+    // serverRequest, which locking operations emit under the lock. Taking the
+    // lock again there would wait on this very thread for ever.
+    bool refusedUnderOwnLock();
     // Send, test and record; no locking. True when the reply passed.
     bool exchange(const nuv::Command &command, NuvKespClassifyBlock request,
                   NuvKespClassifyBlock &reply);
@@ -274,6 +310,8 @@ private:
     // the client from within that call (connectionLost delivered directly);
     // an exchange started from there would wait on `exchangeLock` for ever.
     std::atomic<Qt::HANDLE> exchangingThread { nullptr };
+    // The thread holding `mutex`, if any; kept by nuv::OperationLocker.
+    std::atomic<Qt::HANDLE> lockHolder { nullptr };
 };
 
 #endif // NUVCLASSIFYCLIENT_H

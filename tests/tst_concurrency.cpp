@@ -2,6 +2,7 @@
 // from a directly connected serverRequest slot while the operation lock is
 // held. A lock taken where it must not be shows as a hang.
 
+#include "lockprobe.h"
 #include "testsupport.h"
 
 #include <QtTest>
@@ -10,6 +11,7 @@
 #include <thread>
 
 using namespace testsupport;
+using commandkit::refusedUnderLock;
 
 namespace {
 
@@ -185,7 +187,37 @@ private Q_SLOTS:
     void slotDuringOtherLockedOperations();
     void connectionLostInsideTransportCall_data();
     void connectionLostInsideTransportCall();
+    void lockingOperationFromSlotIsRefused_data();
+    void lockingOperationFromSlotIsRefused();
+    void otherThreadWaitsWhileSlotIsRefused();
 };
+
+namespace {
+
+// The locking operations that emit serverRequest while they hold the lock.
+void addLockHolderRows()
+{
+    QTest::addColumn<Call>("outer");
+    QTest::addColumn<QString>("outerCommand");
+    QTest::newRow("during login") << Call([](ClassifyInterface *c) {
+        answer(Reply("OK").updateRequested());
+        QVERIFY(c->connectToNuvKESP("localhost", 61613, "user", "secret"));
+    }) << "CFLOGIN";
+    QTest::newRow("during a reload request") << Call([](ClassifyInterface *c) {
+        answer(Reply("OK").dataList({ "r1" }).updateRequested());
+        QCOMPARE(c->getRoles(), QStringList { "r1" });
+    }) << "CFROLES";
+    QTest::newRow("during the poll for server requests") << Call([](ClassifyInterface *c) {
+        answer(Reply("OK").dataList({ "SYSUPDATE", "DORELOADALL" }));
+        c->checkUpdate();
+    }) << "CFUPDATES";
+    QTest::newRow("during the signal for a new tenant") << Call([](ClassifyInterface *c) {
+        answer(Reply("OK"));
+        QVERIFY(c->insertMandant("m", "n", "payload"));
+    }) << "CFNEWMANDANT";
+}
+
+} // namespace
 
 void ConcurrencyTest::parallelCallers()
 {
@@ -359,20 +391,7 @@ void ConcurrencyTest::slotMayCallUnlockedOperation()
 
 void ConcurrencyTest::slotDuringOtherLockedOperations_data()
 {
-    QTest::addColumn<Call>("outer");
-    QTest::addColumn<QString>("outerCommand");
-    QTest::newRow("during login") << Call([](ClassifyInterface *c) {
-        answer(Reply("OK").updateRequested());
-        QVERIFY(c->connectToNuvKESP("localhost", 61613, "user", "secret"));
-    }) << "CFLOGIN";
-    QTest::newRow("during the poll for server requests") << Call([](ClassifyInterface *c) {
-        answer(Reply("OK").dataList({ "SYSUPDATE", "DORELOADALL" }));
-        c->checkUpdate();
-    }) << "CFUPDATES";
-    QTest::newRow("during the signal for a new tenant") << Call([](ClassifyInterface *c) {
-        answer(Reply("OK"));
-        QVERIFY(c->insertMandant("m", "n", "payload"));
-    }) << "CFNEWMANDANT";
+    addLockHolderRows();
 }
 
 void ConcurrencyTest::slotDuringOtherLockedOperations()
@@ -445,6 +464,92 @@ void ConcurrencyTest::connectionLostInsideTransportCall()
     scripted()->setResponder(nullptr);
     answer(Reply("OK").docId("17.4"));
     QCOMPARE(client->getServerVersion(), QStringLiteral("17.4"));
+}
+
+void ConcurrencyTest::lockingOperationFromSlotIsRefused_data()
+{
+    addLockHolderRows();
+}
+
+// A slot connected directly to serverRequest runs under the lock the
+// emitting operation holds. A locking operation from there fails at once
+// with a reason instead of waiting on its own thread; the outer operation
+// then completes as usual, and the slot's unlocked calls still go out.
+void ConcurrencyTest::lockingOperationFromSlotIsRefused()
+{
+    QFETCH(Call, outer);
+    QFETCH(QString, outerCommand);
+    ClientPtr client = loggedInClient();
+    QStringList inner;
+    ReentrantReceiver receiver(client.get(), [&inner](ClassifyInterface *c) {
+        QString role = QStringLiteral("mine");
+        inner << QString::number(c->getBemerkungen().size()) << c->errorString();
+        inner << QString::number(c->getDocumentCount("q", false, false)) << c->errorString();
+        c->checkUpdate();
+        inner << c->errorString();
+        inner << QString::number(c->connectToNuvKESP("h", 1, "u", "p")) << c->errorString();
+        // The unlocked ones still run.
+        answer(Reply("OK").docId("17.4"));
+        inner << c->getServerVersion();
+        answer(Reply("OK").dataList({ "private" }));
+        inner << QString::number(c->getUserRole(role)) << role;
+    });
+    QVERIFY(QObject::connect(client.get(), SIGNAL(serverRequest(QString)), &receiver, SLOT(run()),
+                             Qt::DirectConnection));
+    outer(client.get());
+    QVERIFY(receiver.called);
+    QCOMPARE(inner,
+             QStringList({ "0", refusedUnderLock, "-1", refusedUnderLock, refusedUnderLock, "0",
+                           refusedUnderLock, "17.4", "1", "private" }));
+    QCOMPARE(scripted()->calls().filter(QStringLiteral("sendSyncMessage")),
+             QStringList({ QStringLiteral("sendSyncMessage ") + outerCommand,
+                           QStringLiteral("sendSyncMessage CFSERVERVERSION"),
+                           QStringLiteral("sendSyncMessage CFSENDUSERPRIVATEROLE") }));
+
+    // Outside the slot the same operations take the lock again.
+    answer(Reply("OK").dataList({ "remark" }));
+    QCOMPARE(client->getBemerkungen(), QStringList { "remark" });
+}
+
+// Another thread that wants the lock while the slot runs still waits for it,
+// and proceeds once the outer operation has let it go. The slot's pause only
+// gives a thread that wrongly skipped the lock the time to overtake; a correct
+// one waits however long it is.
+void ConcurrencyTest::otherThreadWaitsWhileSlotIsRefused()
+{
+    ClientPtr client = loggedInClient();
+    QMutex orderLock;
+    QStringList order;
+    const auto note = [&](const QString &event) {
+        QMutexLocker locker(&orderLock);
+        order << event;
+    };
+    scripted()->setResponder([&](const nuvMQClassifyMessage &request) {
+        note(request.command);
+        if (request.command == QLatin1String("CFROLES"))
+            return nuvMQClassifyMessage(Reply("OK").dataList({ "outer" }).updateRequested());
+        return nuvMQClassifyMessage(Reply("OK").dataList({ "other" }));
+    });
+    std::thread other;
+    QStringList otherGot;
+    QString refusal;
+    ReentrantReceiver receiver(client.get(), [&](ClassifyInterface *c) {
+        other = std::thread([&otherGot, c] { otherGot = c->getBemerkungen(); });
+        QThread::msleep(20);
+        c->getBemerkungen();
+        refusal = c->errorString();
+        note(QStringLiteral("slot returns"));
+    });
+    QVERIFY(QObject::connect(client.get(), SIGNAL(serverRequest(QString)), &receiver, SLOT(run()),
+                             Qt::DirectConnection));
+
+    QCOMPARE(client->getRoles(), QStringList { "outer" });
+    QVERIFY(other.joinable());
+    other.join();
+    scripted()->setResponder(nullptr);
+    QCOMPARE(refusal, refusedUnderLock);
+    QCOMPARE(otherGot, QStringList { "other" });
+    QCOMPARE(order, QStringList({ "CFROLES", "slot returns", "CFBEMERK" }));
 }
 
 QTEST_GUILESS_MAIN(ConcurrencyTest)

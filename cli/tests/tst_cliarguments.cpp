@@ -176,7 +176,7 @@ void CliArgumentsTest::malformedInputIsRefused_data()
         << L { "getArchives", "x" } << "getArchives does not take 1 argument";
     QTest::newRow("too few arguments shows every form")
         << L { "newClassify", "1" }
-        << "newClassify documentNumber:int64 first:string second:string folder:string";
+        << "newClassify objectId:int64 documentType:string title:string folder:string";
     QTest::newRow("unknown operation") << L { "frobnicate" } << "unknown operation 'frobnicate'";
     QTest::newRow("wrong letter case") << L { "getarchives" } << "did you mean getArchives?";
     QTest::newRow("help for an unknown operation")

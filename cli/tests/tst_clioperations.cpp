@@ -3,6 +3,7 @@
 // its name from the command line.
 
 #include "clitest.h"
+#include "operationdocs.h"
 #include "operations.h"
 
 #include <QFile>
@@ -118,6 +119,8 @@ private Q_SLOTS:
     void listShowsTheInterface();
     void everyOperationReachableByName_data();
     void everyOperationReachableByName();
+    void helpShowsTheDocumentation_data();
+    void helpShowsTheDocumentation();
     void overloadsToldApartByArgumentCount_data();
     void overloadsToldApartByArgumentCount();
 };
@@ -231,6 +234,58 @@ void CliOperationsTest::everyOperationReachableByName()
         QCOMPARE(requests().size(), 0);
     else
         QCOMPARE(requests().size(), 1);
+}
+
+void CliOperationsTest::helpShowsTheDocumentation_data()
+{
+    QTest::addColumn<int>("row");
+    const QVector<nuvcli::Operation> &table = nuvcli::operations();
+    for (int i = 0; i < table.size(); ++i)
+        QTest::addRow("%d %s", table.at(i).index, qPrintable(table.at(i).name)) << i;
+}
+
+// help prints the operation's doc comment from the interface header: its
+// summary and description, each parameter under its declared name with its
+// text, and the result; --json adds the command and the lock.
+void CliOperationsTest::helpShowsTheDocumentation()
+{
+    QFETCH(int, row);
+    const nuvcli::Operation &operation = nuvcli::operations().at(row);
+    const nuvdoc::OperationDoc *doc = nuvdoc::findOperationDoc(operation.index, operation.name);
+    QVERIFY(doc);
+    QCOMPARE(operation.doc, doc);
+
+    const Outcome readable = run({ QStringLiteral("help"), operation.name });
+    QCOMPARE(readable.status, 0);
+    // Line breaks and indentation aside, the texts appear whole.
+    const QString shown = readable.out.simplified();
+    QVERIFY2(shown.contains(doc->brief + QLatin1Char(' ') + doc->details), qPrintable(shown));
+    QCOMPARE(doc->returns.isEmpty(), operation.result == nuvcli::Kind::Void);
+    if (!doc->returns.isEmpty())
+        QVERIFY2(shown.contains(QStringLiteral("Returns: ") + doc->returns), qPrintable(shown));
+    QCOMPARE(operation.parameters.size(), doc->parameters.size());
+    for (int i = 0; i < doc->parameters.size(); ++i) {
+        const nuvdoc::ParameterDoc &parameter = doc->parameters.at(i);
+        QCOMPARE(operation.parameters.at(i).name, parameter.name);
+        QVERIFY2(shown.contains(parameter.name + QStringLiteral(": ")), qPrintable(parameter.name));
+        QVERIFY2(shown.contains(parameter.text), qPrintable(parameter.text));
+    }
+
+    const Outcome json = run({ QStringLiteral("--json"), QStringLiteral("help"), operation.name });
+    QCOMPARE(json.status, 0);
+    const QJsonArray forms = QJsonDocument::fromJson(json.out.toUtf8()).array();
+    const QString signature = operation.cppSignature();
+    bool found = false;
+    for (const QJsonValue &form : forms) {
+        const QJsonObject object = form.toObject();
+        if (object.value(QStringLiteral("signature")).toString() != signature)
+            continue;
+        found = true;
+        QCOMPARE(object.value(QStringLiteral("command")).toString(), doc->command);
+        QCOMPARE(object.value(QStringLiteral("takesLock")).toBool(), doc->locked);
+        QCOMPARE(object.value(QStringLiteral("returns")).toString(), doc->returns);
+    }
+    QVERIFY(found);
 }
 
 void CliOperationsTest::overloadsToldApartByArgumentCount_data()

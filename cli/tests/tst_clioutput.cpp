@@ -465,7 +465,7 @@ void CliOutputTest::executable_data()
                              << "";
     QTest::newRow("help for one operation")
         << QStringList { "help", "addShare" } << 0
-        << "addShare first:string entries:list third:string expiry:date-time number:int"
+        << "addShare title:string documents:list recipient:string expiry:date-time accessLimit:int"
         << "";
     QTest::newRow("local call loads the plugin")
         << QStringList { "getPluginInfo" } << 0 << "The classify plugin!"

@@ -16,6 +16,12 @@
 
 namespace commandkit {
 
+// The last error of a locking operation called from a slot connected
+// directly to serverRequest, which runs under the client's own lock.
+inline const QString refusedUnderLock = QStringLiteral(
+    "called from a slot connected directly to serverRequest while the client's lock is held; "
+    "connect with Qt::QueuedConnection");
+
 // Calls a function for every serverRequest a client emits, on the emitting
 // thread. It answers the meta-object call itself, as QSignalSpy does, since
 // this header is not run through moc.
