@@ -93,7 +93,9 @@ void printOneHelp(QTextStream &out, const Operation &operation)
             if (!any)
                 out << (given ? "  Arguments:\n" : "  Filled in:\n");
             any = true;
-            out << "    " << parameter.name << ": " << parameterNotes(parameter) << '\n';
+            // How to write a value matters only for what is given.
+            out << "    " << parameter.name << ": "
+                << (given ? parameterNotes(parameter) : kindName(parameter.kind)) << '\n';
             printWrapped(out, QString(6, QLatin1Char(' ')), parameter.description, 6);
         }
     }
