@@ -27,6 +27,7 @@ struct ServerConfig
     int maxBackoffMs = 30000;
     int keepRecordsHours = 24; // how long processed requests are remembered
     bool help = false;
+    bool version = false;
     QString helpText;
 };
 

@@ -1,5 +1,7 @@
 #include "serverprocess.h"
 
+#include "installlayout.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
@@ -29,7 +31,7 @@ ServerProcess::~ServerProcess()
 
 QString ServerProcess::executable()
 {
-    return QStringLiteral(NUV_KESP_SERVER);
+    return nuvlayout::serverProgram();
 }
 
 bool ServerProcess::start(int timeoutMs)
