@@ -19,6 +19,16 @@ bool isExpiredPassword(const QString &error)
         || error.startsWith(QLatin1String("Passwort abgelaufen"));
 }
 
+// The transports' own words for a login that never reached a server: no
+// broker connection, nothing sent, or no reply in time.
+bool isUnreachable(const QString &error)
+{
+    return error.startsWith(QLatin1String("Cannot connect to the message broker"))
+        || error.startsWith(QLatin1String("Cannot send"))
+        || error.startsWith(QLatin1String("No reply to"))
+        || error.startsWith(QLatin1String("embedded transport:"));
+}
+
 } // namespace
 
 Session::Session(const Options &options, Console &console, Printer &printer)
@@ -117,7 +127,7 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
         const QString reason = client->errorString();
         if (operation.session == SessionUse::ExpiredLoginIsEnough && isExpiredPassword(reason))
             return true;
-        return fail(record, ExitFailed,
+        return fail(record, isUnreachable(reason) ? ExitUnreachable : ExitLoginRefused,
                     QStringLiteral("login as %1 failed: %2")
                         .arg(user, reason.isEmpty() ? QStringLiteral("no reason given") : reason));
     }
