@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `cmake --install` puts where, by component, so that packaging can
 # split it: runtime (plugin, STOMP transport), dev (headers, CMake package,
 # pkg-config), tools (nuvclassify, embedded transport, completion, man

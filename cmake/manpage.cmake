@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Man pages written at build time from a program's --help and --version by
 # Debian's help2man; without it the build goes on without them.
 find_program(NUV_HELP2MAN help2man)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Compiler warnings for every target the project defines (not for the
 # example hosts or anything a parent project adds), set on each target so
 # that a project embedding this one keeps its own flags. NUV_WERROR turns

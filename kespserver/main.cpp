@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // nuvkesp-server: the classify server on the message broker. See
 // docs/server-operations.md.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef BROKERENV_H
 #define BROKERENV_H
 

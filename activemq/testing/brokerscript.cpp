@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Apart from the rest of BrokerEnv so that the measurement tools, which
 // never start or stop the broker, carry no path of the source tree.
 

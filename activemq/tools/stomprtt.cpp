@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Round-trip times through an ActiveMQ broker, from one program, against one
 // responder: a raw STOMP ping-pong on a blocking socket (the floor that the
 // broker and loopback set), the same with frames as large as a request's, the

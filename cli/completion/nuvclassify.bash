@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # bash completion for nuvclassify: options from its --help, operations
 # from `nuvclassify list`, so both follow the program that is installed.
 _nuvclassify()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arguments by kind: each kind reaches the request as the interface expects,
 // malformed ones are refused with a clear message and exit status 2 before
 // anything is sent; script lines split like shell words; credentials come

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tool prints and how it exits: JSON that parses back to what the
 // server sent, the readable form, the exit status of each way of failing,
 // server requests as they arrive, scripts in one session, and the built

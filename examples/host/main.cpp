@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A minimal host: loads the classify plugin, logs in, lists the archives,
 // classifies a new document and reads it back.
 //

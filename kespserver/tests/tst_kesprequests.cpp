@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the daemon reads a request's headers: the key that survives a
 // redelivery, and when a request counts as given up by its caller; and how
 // its broker link judges the broker's heart-beats.

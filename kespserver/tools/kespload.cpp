@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // nuvkespload: measures nuvkesp-server through the broker. Starts the given
 // number of server instances on a fresh database in a temporary directory,
 // sends numbered requests from several callers through the real transport
