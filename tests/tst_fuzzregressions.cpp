@@ -26,7 +26,7 @@ namespace {
 QStringList inputFiles(const QString &folderName)
 {
     // Beside this file in the source tree; a folder not there has no inputs.
-    const QDir dir(QFileInfo(QStringLiteral(__FILE__)).absolutePath() + "/../fuzz/" + folderName);
+    const QDir dir(QStringLiteral(NUV_SOURCE_DIR "/fuzz/") + folderName);
     QStringList files;
     for (const QString &name : dir.entryList(QDir::Files, QDir::Name))
         files << dir.filePath(name);
