@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ACTIVEMQTRANSPORT_H
 #define ACTIVEMQTRANSPORT_H
 

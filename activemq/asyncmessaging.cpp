@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The operations beside the request/reply exchange: one-way sends, topic
 // subscriptions and the messages they deliver, and the file streaming that
 // this transport does not offer.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef BROKERCONFIG_H
 #define BROKERCONFIG_H
 

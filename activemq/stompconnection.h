@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STOMPCONNECTION_H
 #define STOMPCONNECTION_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STOMPFRAME_H
 #define STOMPFRAME_H
 

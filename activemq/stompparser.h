@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STOMPPARSER_H
 #define STOMPPARSER_H
 

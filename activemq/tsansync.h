@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STOMP_TSANSYNC_H
 #define STOMP_TSANSYNC_H
 

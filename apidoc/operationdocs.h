@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUV_OPERATIONDOCS_H
 #define NUV_OPERATIONDOCS_H
 

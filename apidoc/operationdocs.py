@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Reads the doc comments of the classify interface's operations and writes
 them out as a C++ table, so that the command-line host's help and the HTML
 reference say the same thing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ALLOCCOUNTER_H
 #define ALLOCCOUNTER_H
 

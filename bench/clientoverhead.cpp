@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What one command costs through the real plugin over the echo transport,
 // next to the bare wire work of the same exchange (encode the request,
 // decode it, encode the reply, decode it).

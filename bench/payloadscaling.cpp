@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the wire encoding scales with the payload: encode + decode of one
 // message carrying a large `data` entry or a long `dataList`, next to memcpy
 // and to Qt's base64 of the same bytes.

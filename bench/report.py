@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Turns the benchmark programs' JSON output into one table: each figure
 next to its baseline measured in the same run, the ratio, and the targets."""
 import json

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "describe.h"
 
 #include "operationdocs.h"
@@ -168,8 +169,9 @@ void printUsage(QTextStream &out)
            "Options:\n"
         << optionsHelp()
         << "\n"
-           "Exit status: 0 success, 1 a call or the login failed, 2 a usage mistake,\n"
-           "3 the plugin, transport or database is missing.\n";
+           "Exit status: 0 success, 1 a call failed, 2 a usage mistake, 3 the plugin,\n"
+           "transport or database is missing, 4 the broker or server did not answer the\n"
+           "login, 5 the server refused the login.\n";
 }
 
 void printOperationList(QTextStream &out, bool json)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "init.h"
 
 #include "output.h"

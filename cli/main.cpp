@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // nuvclassify: calls the classify plugin's operations from the command line.
 
 #include "app.h"

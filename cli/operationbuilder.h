@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVCLI_OPERATIONBUILDER_H
 #define NUVCLI_OPERATIONBUILDER_H
 

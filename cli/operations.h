@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVCLI_OPERATIONS_H
 #define NUVCLI_OPERATIONS_H
 

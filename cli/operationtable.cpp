@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one table of callable operations. Rows follow ClassifyInterface slot
 // by slot; a row's types come from the member pointer (see
 // operationbuilder.h), its parameter names and texts from the doc comments

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
 #include "installlayout.h"
@@ -21,7 +22,8 @@ QList<QCommandLineOption> optionList()
               .arg(defaultDatabase()),
           QStringLiteral("FILE") },
         { QStringLiteral("broker"),
-          QStringLiteral("Talk to a server through the STOMP broker at HOST:PORT."),
+          QStringLiteral("Talk to a server through the STOMP broker at HOST:PORT "
+                         "(ssl://HOST:PORT for TLS)."),
           QStringLiteral("HOST:PORT") },
         { QStringLiteral("transport-dir"),
           QStringLiteral("Load the transport plugin from DIR instead."), QStringLiteral("DIR") },
@@ -47,8 +49,13 @@ QList<QCommandLineOption> optionList()
     };
 }
 
-bool parseBroker(const QString &text, Options *options, QString *error)
+bool parseBroker(const QString &argument, Options *options, QString *error)
 {
+    // A scheme (ssl://, tcp://) stays on the host: the transport reads it
+    // and refuses one it does not know.
+    const int schemeEnd = argument.indexOf(QLatin1String("://"));
+    const QString scheme = schemeEnd >= 0 ? argument.left(schemeEnd + 3) : QString();
+    const QString text = argument.mid(scheme.size());
     QString host = text;
     QString port;
     const int colon = text.lastIndexOf(QLatin1Char(':'));
@@ -61,10 +68,10 @@ bool parseBroker(const QString &text, Options *options, QString *error)
     if (host.startsWith(QLatin1Char('[')) && host.endsWith(QLatin1Char(']')))
         host = host.mid(1, host.size() - 2);
     if (host.isEmpty()) {
-        *error = QStringLiteral("--broker needs HOST:PORT, got '%1'").arg(text);
+        *error = QStringLiteral("--broker needs HOST:PORT, got '%1'").arg(argument);
         return false;
     }
-    options->brokerHost = host;
+    options->brokerHost = scheme + host;
     if (!port.isNull()) {
         bool ok = false;
         options->brokerPort = port.toInt(&ok);
@@ -144,11 +151,13 @@ bool parseOptions(const QStringList &arguments, const QProcessEnvironment &envir
         }
     }
 
+    // Relative paths are the user's, meant from the current directory, not
+    // from wherever the plugin loader would look.
     options->pluginFile = parser.isSet(QStringLiteral("plugin"))
-        ? parser.value(QStringLiteral("plugin"))
+        ? QDir::current().absoluteFilePath(parser.value(QStringLiteral("plugin")))
         : defaultPluginFile();
     options->transportDir = parser.isSet(QStringLiteral("transport-dir"))
-        ? parser.value(QStringLiteral("transport-dir"))
+        ? QDir::current().absoluteFilePath(parser.value(QStringLiteral("transport-dir")))
         : defaultTransportDir(options->mode);
 
     // Whether a credential was given at all is kept apart from its text, so

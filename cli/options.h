@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVCLI_OPTIONS_H
 #define NUVCLI_OPTIONS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVCLI_OUTPUT_H
 #define NUVCLI_OUTPUT_H
 
@@ -22,6 +23,8 @@ enum ExitStatus {
     ExitFailed = 1, // a call or the login failed
     ExitUsage = 2, // the command line or a script was wrong; nothing ran
     ExitSetup = 3, // the plugin, transport or database could not be found or loaded
+    ExitUnreachable = 4, // the broker or the server did not answer the login
+    ExitLoginRefused = 5, // the server refused the login
 };
 
 // One finished call: its operation, its arguments as they were after the

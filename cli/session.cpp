@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "session.h"
 
 #include "classifyinterface.h"
@@ -17,6 +18,16 @@ bool isExpiredPassword(const QString &error)
 {
     return error.startsWith(QLatin1String("Password expired"))
         || error.startsWith(QLatin1String("Passwort abgelaufen"));
+}
+
+// The transports' own words for a login that never reached a server: no
+// broker connection, nothing sent, or no reply in time.
+bool isUnreachable(const QString &error)
+{
+    return error.startsWith(QLatin1String("Cannot connect to the message broker"))
+        || error.startsWith(QLatin1String("Cannot send"))
+        || error.startsWith(QLatin1String("No reply to"))
+        || error.startsWith(QLatin1String("embedded transport:"));
 }
 
 } // namespace
@@ -117,7 +128,7 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
         const QString reason = client->errorString();
         if (operation.session == SessionUse::ExpiredLoginIsEnough && isExpiredPassword(reason))
             return true;
-        return fail(record, ExitFailed,
+        return fail(record, isUnreachable(reason) ? ExitUnreachable : ExitLoginRefused,
                     QStringLiteral("login as %1 failed: %2")
                         .arg(user, reason.isEmpty() ? QStringLiteral("no reason given") : reason));
     }

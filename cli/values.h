@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVCLI_VALUES_H
 #define NUVCLI_VALUES_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUV_COMMAND_H
 #define NUV_COMMAND_H
 

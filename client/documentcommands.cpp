@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Classification, temporary classifications, document data and links,
 // trash, archive moves, counts and deadlines.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The synchronous exchange and the common operation pattern built on it.
 
 #include "nuvclassifyclient.h"

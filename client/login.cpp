@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Connection, login and disconnection.
 
 #include "nuvclassifyclient.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVCLASSIFYCLIENT_H
 #define NUVCLASSIFYCLIENT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading the message-queue transport plugin.
 
 #include "nuvclassifyclient.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUV_RECORDS_H
 #define NUV_RECORDS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server information, index, session, maintenance, pass-through and user
 // data store commands.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Users and passwords, roles, and rights on documents and folders.
 
 #include "nuvclassifyclient.h"

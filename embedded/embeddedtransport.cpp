@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "embeddedtransport.h"
 
 #include "nuvmqclassifymessage.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef EMBEDDEDTRANSPORT_H
 #define EMBEDDEDTRANSPORT_H
 

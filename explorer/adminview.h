@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_ADMINVIEW_H
 #define NUVEXPLORER_ADMINVIEW_H
 

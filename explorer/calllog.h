@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_CALLLOG_H
 #define NUVEXPLORER_CALLLOG_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_CLIPBOARDSPAGE_H
 #define NUVEXPLORER_CLIPBOARDSPAGE_H
 

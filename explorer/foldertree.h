@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_FOLDERTREE_H
 #define NUVEXPLORER_FOLDERTREE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_ROLESPAGE_H
 #define NUVEXPLORER_ROLESPAGE_H
 

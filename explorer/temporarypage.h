@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_TEMPORARYPAGE_H
 #define NUVEXPLORER_TEMPORARYPAGE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_TYPESPAGE_H
 #define NUVEXPLORER_TYPESPAGE_H
 

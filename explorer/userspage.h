@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVEXPLORER_USERSPAGE_H
 #define NUVEXPLORER_USERSPAGE_H
 

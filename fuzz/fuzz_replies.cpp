@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target: damaged wire text for the decoder, and damaged replies
 // for every operation of a logged-in client (see replycase.h for the input
 // format). The client and the wire format are built into this target with

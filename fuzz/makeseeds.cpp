@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writes the seed inputs of the reply fuzzer into the folder given as the
 // only argument (the checked-in fuzz/corpus). Each seed is a well-formed
 // reply to one operation, so the fuzzer starts from replies that get past

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef CLASSIFYINTERFACE_H
 #define CLASSIFYINTERFACE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVINTERFACEIDS_H
 #define NUVINTERFACEIDS_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVMQCLIENTINTERFACE_H
 #define NUVMQCLIENTINTERFACE_H
 

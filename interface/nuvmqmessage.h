@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVMQMESSAGE_H
 #define NUVMQMESSAGE_H
 

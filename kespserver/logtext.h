@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef KESPSERVER_LOGTEXT_H
 #define KESPSERVER_LOGTEXT_H
 

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 // nuvkesp-server: the classify server on the message broker. See
 // docs/server-operations.md.
 
+#include "installlayout.h"
 #include "requestserver.h"
 #include "serverconfig.h"
 #include "serverengine.h"
@@ -70,6 +72,10 @@ int main(int argc, char **argv)
     if (config.help) {
         std::fwrite(config.helpText.toUtf8().constData(), 1,
                     size_t(config.helpText.toUtf8().size()), stdout);
+        return 0;
+    }
+    if (config.version) {
+        std::printf("nuvkesp-server %s\n", qPrintable(nuvlayout::version()));
         return 0;
     }
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef KESPSERVER_SENDERIDENTITY_H
 #define KESPSERVER_SENDERIDENTITY_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "serverconfig.h"
 
 #include <QCommandLineParser>
@@ -33,6 +34,8 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
         "Signals: SIGUSR1 prints health and counters, SIGTERM/SIGINT stop gracefully."));
     const QCommandLineOption help({ QStringLiteral("h"), QStringLiteral("help") },
                                   QStringLiteral("Show this text."));
+    const QCommandLineOption version(QStringLiteral("version"),
+                                     QStringLiteral("Show the version."));
     const QCommandLineOption broker(
         QStringLiteral("broker"),
         QStringLiteral("The broker's STOMP port as HOST:PORT (ssl://HOST:PORT for TLS; "
@@ -64,7 +67,7 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
         QStringLiteral("Longest pause between reconnection attempts (NUV_KESP_MAX_BACKOFF_MS, "
                        "default 30000)."),
         QStringLiteral("ms"));
-    parser.addOptions({ help, broker, database, prefetch, name, verbose, quiet, backoff });
+    parser.addOptions({ help, version, broker, database, prefetch, name, verbose, quiet, backoff });
     if (!parser.parse(arguments)) {
         *error = parser.errorText();
         return false;
@@ -76,7 +79,8 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
     }
     config->help = parser.isSet(help);
     config->helpText = parser.helpText();
-    if (config->help)
+    config->version = parser.isSet(version);
+    if (config->help || config->version)
         return true;
 
     const auto pick

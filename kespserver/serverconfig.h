@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef KESPSERVER_SERVERCONFIG_H
 #define KESPSERVER_SERVERCONFIG_H
 
@@ -31,6 +32,7 @@ struct ServerConfig
     // the client's own CFCLOSESESSION ends them.
     bool connectionAdvisories = true;
     bool help = false;
+    bool version = false;
     QString helpText;
 };
 

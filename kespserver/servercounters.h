@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef KESPSERVER_SERVERCOUNTERS_H
 #define KESPSERVER_SERVERCOUNTERS_H
 

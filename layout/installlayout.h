@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVLAYOUT_INSTALLLAYOUT_H
 #define NUVLAYOUT_INSTALLLAYOUT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clipboards and their cards, shares of documents, stored searches.
 
 #include "dialect.h"

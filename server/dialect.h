@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVSERVER_DIALECT_H
 #define NUVSERVER_DIALECT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Object ids, classification, document data, history, revisions, remarks,
 // links, the trash, moves between archives and counts.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine's configuration from NUV_SERVER_* environment variables.
 
 #include "serverengine.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVSERVER_LOGINTHROTTLE_H
 #define NUVSERVER_LOGINTHROTTLE_H
 

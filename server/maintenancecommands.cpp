@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server information, the search index, scan input, backups, the server's
 // file system, test mail and the LDAP and web pass-through commands.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVSERVER_RECORDS_H
 #define NUVSERVER_RECORDS_H
 

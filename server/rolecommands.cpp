@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Roles and role membership, rights on documents, folders and temporary
 // classifications.
 

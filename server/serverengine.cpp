@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine: connection handling, dispatch, the per-request transaction,
 // sessions and the update marker.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Login and sessions, passwords, user administration, update polling.
 
 #include "context.h"

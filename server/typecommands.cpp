@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Document types, status types, dynamic attributes and their value lists.
 
 #include "documents.h"

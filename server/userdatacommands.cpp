@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The per-user data store: items addressed by two keys, each holding two
 // byte arrays; a public item can be loaded by every user.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Temporary classifications (stored drafts of classification values) and
 // deadlines.
 

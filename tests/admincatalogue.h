@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ADMINCATALOGUE_H
 #define ADMINCATALOGUE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every server, session, administration, user, role and rights operation,
 // driven from one table through the real plugin and the scripted transport:
 // the request it sends, and what it gives back for each status word.

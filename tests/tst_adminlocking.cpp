@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Which server, session, administration, user, role and rights operations
 // take the client's operation lock. checkUpdate emits serverRequest while it
 // holds that lock, so a slot connected directly sees the lock taken.

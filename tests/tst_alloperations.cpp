@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Walks every operation a host can call through the scripted transport and
 // checks the one command word each sends, or that it sends nothing.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Archives and tenants, through the real plugin and the scripted transport:
 // the archive that later requests carry, and how the tenant records of a
 // reply are paired with its byte arrays.

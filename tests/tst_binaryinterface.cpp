@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The vtable layout of the three contracts. Hosts and transports are built
 // separately against these headers and call through the slots by number, so
 // a reordered, inserted or removed virtual breaks them without a compiler

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The client object itself: its session state, accessors, signals, the
 // clients it makes and its destruction.
 

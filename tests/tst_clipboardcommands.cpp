@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clipboards and their cards, shares and stored extended searches, through
 // the real plugin and the scripted transport.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The command block: the plain record in which an operation states its
 // request and receives the reply.
 

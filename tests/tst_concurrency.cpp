@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One client used from several threads at once, and operations called back
 // from a directly connected serverRequest slot while the operation lock is
 // held. A lock taken where it must not be shows as a hang.

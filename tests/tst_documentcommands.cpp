@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Classification, document data and links, trash, archive moves, counts and
 // deadlines, through the real plugin and the scripted transport.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one synchronous exchange every command passes through, and the common
 // operation pattern around it, seen from the wire and from the host.
 

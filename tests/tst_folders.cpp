@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The folder structure and the system folders, through the real plugin and
 // the scripted transport. Both readers pair folder records with byte arrays
 // by the key in field 5; every pairing row runs against both of them.

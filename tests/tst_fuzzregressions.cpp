@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replays the reply fuzzer's seeds and every input it has failed on, through
 // the real plugin and the scripted transport, so that the ordinary test run
 // keeps what fuzzing found fixed (see fuzz/replycase.h for the format).
@@ -25,7 +26,7 @@ namespace {
 
 QDir inputFolder(const QString &folderName)
 {
-    return QDir(QStringLiteral(NUV_FUZZ_SOURCE_DIR "/") + folderName);
+    return QDir(QStringLiteral(NUV_SOURCE_DIR "/fuzz/") + folderName);
 }
 
 QStringList inputFiles(const QString &folderName)

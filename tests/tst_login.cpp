@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Connection, login and disconnection through the real plugin and the
 // scripted transport.
 

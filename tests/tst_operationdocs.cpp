@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The doc comments of the interface say, for every operation, which command
 // it sends and whether it takes the operation lock; the command-line help
 // and the HTML reference are made from them. Here each claim meets the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The plugin as a host meets it: the library file loaded by path, its
 // metadata, its root object and the casts a host relies on.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server information, session and maintenance, and the pass-through
 // commands: the cases at the edges of what each operation sends and gives
 // back. The request and outcome of every operation in the ordinary cases are

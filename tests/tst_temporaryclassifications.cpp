@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Temporary classifications, through the real plugin and the scripted
 // transport. Reading one back is the odd one out: a second string list rides
 // in `availablePlugins` both ways, the identifier is read with 32 bits, and a

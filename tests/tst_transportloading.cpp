@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Finding and loading the message-queue transport plugin at the first login,
 // from a test whose application directory holds no transport.
 

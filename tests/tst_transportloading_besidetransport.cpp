@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading the transport from the application's own directory, as a client
 // with an empty plugin path does: this test runs beside the transport.
 

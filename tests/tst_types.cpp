@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Document types, status types, dynamic attributes and value lists, through
 // the real plugin and the scripted transport. The types pass only on a reply
 // that is not "ERROR"; the attributes and value lists only on "OK", and of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Users and passwords, roles, and rights on documents and folders: the cases
 // at the edges of what each operation sends and gives back. The ordinary
 // request and outcome of every operation are checked from the catalogue

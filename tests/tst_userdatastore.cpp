@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The per-user data store on the server: how an item's flag and byte arrays
 // travel, and what the two load forms make of replies of every shape. The
 // ordinary request and outcome of each operation are checked from the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The classify message and the wire encoding both ends of the broker must
 // agree on byte for byte. Expected bytes are written out
 // here field by field, never produced by the encoder under test.

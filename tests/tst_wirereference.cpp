@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The message codec against QDataStream, which defines the wire format: the
 // same bytes for every message, and the same fields (null and empty told
 // apart) for every input, whole, cut short at any length or damaged.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUV_BASE64TEXT_H
 #define NUV_BASE64TEXT_H
 

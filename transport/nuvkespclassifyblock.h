@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef NUVKESPCLASSIFYBLOCK_H
 #define NUVKESPCLASSIFYBLOCK_H
 

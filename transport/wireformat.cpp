@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The one wire format of the classify message: a QDataStream record of 17
 // items in a fixed order (stream defaults: big-endian; QString as a 32-bit
 // byte length and UTF-16 code units, 0xFFFFFFFF for a null string; bool as

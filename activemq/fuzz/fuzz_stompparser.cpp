@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // libFuzzer target for the STOMP parser. Two properties on every input:
 //  - reading it in one piece or in chunks (the first byte picks the chunk
 //    size) yields the same frames and the same verdict;

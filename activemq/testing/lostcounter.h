@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOSTCOUNTER_H
 #define LOSTCOUNTER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef RESPONDER_H
 #define RESPONDER_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STOMPPEER_H
 #define STOMPPEER_H
 

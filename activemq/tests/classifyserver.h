@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef CLASSIFYSERVER_H
 #define CLASSIFYSERVER_H
 

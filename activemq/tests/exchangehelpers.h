@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef EXCHANGEHELPERS_H
 #define EXCHANGEHELPERS_H
 

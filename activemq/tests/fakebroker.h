@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef FAKEBROKER_H
 #define FAKEBROKER_H
 

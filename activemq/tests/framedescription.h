@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef FRAMEDESCRIPTION_H
 #define FRAMEDESCRIPTION_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The classify client, loaded as a plugin the way a host loads it, logging
 // in and running commands through the STOMP transport and a real broker.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transport's settings (INI file and environment) and the broker
 // address a caller passes.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transport's request/reply exchange through a real ActiveMQ broker,
 // answered by a responder on a second STOMP connection.
 

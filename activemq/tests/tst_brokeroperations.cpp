@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transport's other operations through a real broker: connection state
 // and tokens, connect failures, one-way sends, topics, client ids, streams.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The classify client against the sample server in Python that
 // docs/broker-protocol.md describes: proof that the document suffices to
 // write a server in another language.

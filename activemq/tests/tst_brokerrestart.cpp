@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The broker goes away in the middle of a session and comes back: the host
 // hears clientDisconnect(), the command in flight fails at once, and a new
 // login works once the broker is back. The test runs a broker of its own

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What each broker account may do on the broker that scripts/broker sets
 // up: clients send requests and read their own replies and nothing else,
 // servers read requests, answer and follow the connection advisories; and

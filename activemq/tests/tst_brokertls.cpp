@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // STOMP over TLS to the broker's STOMP+SSL port: the broker's certificate
 // is verified by default, accepted when the configured CA signed it and
 // refused otherwise.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The state that the I/O thread and the calling threads share: calls and
 // their receipts, the end of a session, and the messages nobody asked for.
 

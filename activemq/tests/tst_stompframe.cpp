@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The STOMP frame encoder and the header escapes, and that the parser reads
 // back exactly what the encoder wrote.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The incremental STOMP parser: every framing case, whatever the chunking.
 
 #include "framedescription.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The transport against a scripted STOMP server on loopback: handshake
 // failures, heart-beats, a peer that breaks the protocol or the connection,
 // and frames cut up or packed together, which a real broker rarely shows.

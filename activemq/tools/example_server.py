@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """A minimal classify server in plain Python (standard library only), as
 docs/broker-protocol.md describes it: it takes requests from the request
 queue over STOMP 1.2 and answers each at its reply-to destination.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ECHOCONTROL_H
 #define ECHOCONTROL_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef CLITEST_H
 #define CLITEST_H
 

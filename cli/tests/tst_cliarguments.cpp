@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arguments by kind: each kind reaches the request as the interface expects,
 // malformed ones are refused with a clear message and exit status 2 before
 // anything is sent; script lines split like shell words; credentials come
 // from options, the environment or the terminal.
 
 #include "clitest.h"
+#include "options.h"
 #include "script.h"
 
 #include <QTemporaryDir>
@@ -28,6 +30,8 @@ private Q_SLOTS:
     void malformedScriptRunsNothing();
     void credentials_data();
     void credentials();
+    void brokerAndPathsAsGiven_data();
+    void brokerAndPathsAsGiven();
 
 private:
     QTemporaryDir dir;
@@ -359,6 +363,51 @@ void CliArgumentsTest::credentials()
         shown.append((prompt.second ? QStringLiteral("secret:") : QStringLiteral("plain:"))
                      + prompt.first);
     QCOMPARE(shown, prompts);
+}
+
+void CliArgumentsTest::brokerAndPathsAsGiven_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("brokerHost");
+    QTest::addColumn<int>("brokerPort");
+    QTest::addColumn<QString>("pluginFile");
+    QTest::addColumn<QString>("transportDir");
+    const QString here = QDir::currentPath();
+    QTest::newRow("TLS broker keeps its scheme")
+        << QStringList { "--broker", "ssl://broker.example:61614" } << "ssl://broker.example"
+        << 61614 << QString() << QString();
+    QTest::newRow("TLS broker over IPv6") << QStringList { "--broker", "ssl://[::1]:61614" }
+                                          << "ssl://::1" << 61614 << QString() << QString();
+    QTest::newRow("plain scheme, default port")
+        << QStringList { "--broker", "tcp://broker.example" } << "tcp://broker.example" << 61613
+        << QString() << QString();
+    QTest::newRow("relative plugin and transport directory")
+        << QStringList { "--broker", "h:1", "--plugin", "lib/x.so", "--transport-dir", "t" } << "h"
+        << 1 << here + "/lib/x.so" << here + "/t";
+    QTest::newRow("absolute plugin as given")
+        << QStringList { "--broker", "h:1", "--plugin", "/opt/x.so" } << "h" << 1 << "/opt/x.so"
+        << QString();
+}
+
+void CliArgumentsTest::brokerAndPathsAsGiven()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QString, brokerHost);
+    QFETCH(int, brokerPort);
+    QFETCH(QString, pluginFile);
+    QFETCH(QString, transportDir);
+    nuvcli::Options parsed;
+    QString error;
+    QVERIFY2(nuvcli::parseOptions(QStringList { "nuvclassify" } + options
+                                      + QStringList { "getArchives" },
+                                  QProcessEnvironment(), &parsed, &error),
+             qPrintable(error));
+    QCOMPARE(parsed.brokerHost, brokerHost);
+    QCOMPARE(parsed.brokerPort, brokerPort);
+    if (!pluginFile.isNull())
+        QCOMPARE(parsed.pluginFile, pluginFile);
+    if (!transportDir.isNull())
+        QCOMPARE(parsed.transportDir, transportDir);
 }
 
 QTEST_GUILESS_MAIN(CliArgumentsTest)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // scripts/demo runs to the end against the server engine through the
 // embedded transport, and shows each part of the tour. Built only when the
 // engine is part of the build.

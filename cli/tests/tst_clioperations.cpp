@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every operation of ClassifyInterface is in the tool's table, in the
 // interface's order with the interface's signature, and can be called by
 // its name from the command line.

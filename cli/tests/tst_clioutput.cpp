@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the tool prints and how it exits: JSON that parses back to what the
 // server sent, the readable form, the exit status of each way of failing,
 // server requests as they arrive, scripts in one session, and the built
@@ -35,6 +36,8 @@ private Q_SLOTS:
     void readableOutput();
     void exitStatus_data();
     void exitStatus();
+    void unreachableLogin_data();
+    void unreachableLogin();
     void serverRequestsArePrinted_data();
     void serverRequestsArePrinted();
     void lostConnectionIsPrinted();
@@ -214,7 +217,7 @@ void CliOutputTest::exitStatus_data()
     QTest::newRow("void notice never fails")
         << L { "setLastModified" } << refused << 0 << "" << true;
     QTest::newRow("login refused")
-        << L { "getRoles" } << nuvMQClassifyMessage() << 1 << "login as erika failed" << false;
+        << L { "getRoles" } << nuvMQClassifyMessage() << 5 << "login as erika failed" << false;
     QTest::newRow("transport missing")
         << L { "--transport-dir", "/nonexistent", "getRoles" } << refused << 3
         << "no transport plugin libnuvactivemqclient.so in /nonexistent" << true;
@@ -507,6 +510,34 @@ void CliOutputTest::executable()
     QVERIFY2(process.exitCode() == status, qPrintable(stderrText));
     QVERIFY2(stdoutText.contains(out), qPrintable(stdoutText));
     QVERIFY2(stderrText.contains(err), qPrintable(stderrText));
+}
+
+void CliOutputTest::unreachableLogin_data()
+{
+    QTest::addColumn<bool>("atConnect");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("no broker") << true
+                               << "Cannot connect to the message broker at localhost:1: "
+                                  "Connection refused";
+    QTest::newRow("no server answers")
+        << false << "No reply to \"CFLOGIN\" within 30 s (time-out): nothing answered";
+    QTest::newRow("embedded database cannot open")
+        << true << "embedded transport: unable to open database file";
+}
+
+void CliOutputTest::unreachableLogin()
+{
+    QFETCH(bool, atConnect);
+    QFETCH(QString, text);
+    serve(nuvMQClassifyMessage(Reply("OK")));
+    if (atConnect)
+        scripted()->refuseConnect(text);
+    else
+        scripted()->queueFailure(text);
+    const Outcome outcome = run(connectionOptions() + QStringList { "getRoles" });
+    scripted()->refuseConnect(QString());
+    QCOMPARE(outcome.status, 4);
+    QVERIFY2(outcome.err.contains(text), qPrintable(outcome.err));
 }
 
 QTEST_GUILESS_MAIN(CliOutputTest)

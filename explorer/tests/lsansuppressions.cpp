@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Compiled into the explorer's test in an AddressSanitizer build only.
 //
 // Qt's offscreen platform plugin, which the widget tests run on, never

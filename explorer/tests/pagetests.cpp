@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The pages of the Documents and Administration tabs, each driven through
 // its fields and buttons and checked against what the server then holds.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The explorer as a person uses it, driven through its widgets: logging in,
 // browsing, editing a document, reloading on others' changes, administering
 // roles, the call log and a lost connection. The windows run offscreen

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "serverprocess.h"
 
 #include "brokerenv.h"
+#include "installlayout.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -31,7 +33,7 @@ ServerProcess::~ServerProcess()
 
 QString ServerProcess::executable()
 {
-    return QStringLiteral(NUV_KESP_SERVER);
+    return nuvlayout::serverProgram();
 }
 
 bool ServerProcess::start(int timeoutMs)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef KESPTEST_H
 #define KESPTEST_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sessions that nuvkesp-server issues, binds and ends, through the real
 // broker: the identity ActiveMQ stamps on a message cannot be chosen by its
 // sender, a token works only on the connection that logged it in and only in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // NUV_KESP_EXIT_WITH_PARENT: an instance started by a test or a supervisor
 // ends with the process that started it, so a run that dies leaves no
 // instance behind to take the requests of the next one.

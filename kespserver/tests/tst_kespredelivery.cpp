@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A server that commits a request's effect and dies before acknowledging
 // it: the broker delivers the request again, and nuvkesp-server answers it
 // from the record of processed requests instead of applying it twice. The

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine's record of processed requests, which makes a request that the
 // broker delivers again after a server died take effect only once.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How the daemon reads a request's headers: the key that survives a
 // redelivery, the connection a request came from, and when a request counts
 // as given up by its caller; how it writes what clients chose into its log;

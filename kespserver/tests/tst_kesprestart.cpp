@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The broker goes away under a running nuvkesp-server and comes back at the
 // same address: the server tries again with growing pauses, serves again
 // by itself, and a client's next login works.

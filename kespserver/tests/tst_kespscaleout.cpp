@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Two nuvkesp-server instances on one request queue and one database take a
 // burst of requests from several callers; in one case an instance is killed
 // (SIGKILL) in the middle, and the broker hands its unacknowledged requests

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A whole client session as the command-line host runs it (the classify
 // plugin and the STOMP transport) against nuvkesp-server through the broker.
 

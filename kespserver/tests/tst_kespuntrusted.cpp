@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a client sends is not trusted: the request line names the user the
 // engine ran the request as, never the claimed `nuv-user` header (that only
 // in verbose mode, marked as claimed); a planted line break cannot forge a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // nuvkespload: measures nuvkesp-server through the broker. Starts the given
 // number of server instances on a fresh database in a temporary directory,
 // sends numbered requests from several callers through the real transport
@@ -21,6 +22,7 @@
 
 #include "brokerenv.h"
 #include "classifyinterface.h"
+#include "installlayout.h"
 #include "loadclient.h"
 #include "nuvmqclientinterface.h"
 #include "scratchdatabase.h"
@@ -92,7 +94,7 @@ int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, bool jso
     Servers servers;
     if (!servers.start(broker, 1))
         return 1;
-    QPluginLoader loader(QStringLiteral(NUV_CLASSIFY_PLUGIN_FILE));
+    QPluginLoader loader(nuvlayout::classifyPluginFile());
     auto *root = qobject_cast<ClassifyInterface *>(loader.instance());
     if (!root) {
         std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(loader.errorString()));
@@ -345,6 +347,10 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QStringList args = QCoreApplication::arguments();
+    if (args.contains(QStringLiteral("--version"))) {
+        std::printf("nuvkespload %s\n", qPrintable(nuvlayout::version()));
+        return 0;
+    }
     const bool json = args.removeAll(QStringLiteral("--json")) > 0;
     const bool roles = args.removeAll(QStringLiteral("--roles")) > 0;
     const bool fairness = args.removeAll(QStringLiteral("--fairness")) > 0;

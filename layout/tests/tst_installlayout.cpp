@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Run from the build tree, every location the layout gives is the one the
 // build wrote (an installed prefix is covered by the install test, which
 // runs the installed programs).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef SCRATCHDATABASE_H
 #define SCRATCHDATABASE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef SERVERTESTSUPPORT_H
 #define SERVERTESTSUPPORT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine's database option: which text means an SQLite file and which a
 // PostgreSQL server, and what of a URL goes where.
 

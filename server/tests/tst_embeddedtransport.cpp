@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The embedded transport plugin on its own: connections, tokens, the wire
 // round trip and the slots it does not offer.
 

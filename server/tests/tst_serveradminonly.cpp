@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The administrative commands refuse a normal user with a clear text, before
 // their handler runs: nothing changes, whatever the request holds.
 

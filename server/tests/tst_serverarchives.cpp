@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Archives and tenants, folder structures, system folders, document and
 // status types, dynamic attributes and value lists.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Sessions bound to the broker connection that logged them in, and how they
 // end: when that connection closes, when they sit idle, when the client
 // closes them. Through the engine API, as nuvkesp-server calls it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Clipboards and cards, shares, stored searches and the user data store.
 
 #include "servertestsupport.h"

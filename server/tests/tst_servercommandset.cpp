@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The engine handles exactly the commands the client sends: the words the
 // client's sources name, and the words every client operation really sends
 // through the scripted transport.

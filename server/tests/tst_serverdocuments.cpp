@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Object ids, classification, document data, history and revisions, links,
 // the trash, archive moves, counts, temporary classifications and deadlines.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // No user reads or changes what belongs to another: a document restricted
 // to its owner, a temporary classification (draft), a clipboard, a share and
 // private user data stay out of another user's replies, counts and searches

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What no request may exceed: each limit refuses with a text naming it and
 // its variable, duplicates are removed before any work, a statement that
 // runs too long is stopped, text that is not valid UTF-16 is refused and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Server information, the update marker and pending requests, backups, the
 // server's file system, scan input, test mail and the pass-through commands.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests that a client never sends: missing fields, wrong numbers, unknown
 // commands. Each is answered with "ERROR" and a text naming the command and
 // the problem, and writes nothing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Roles, role hierarchies and the rights on documents and folders.
 
 #include "servertestsupport.h"

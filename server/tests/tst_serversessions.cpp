@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Login, sessions, passwords and user administration through the classify
 // plugin and the embedded transport.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Failed logins: the account and the sending connection wait ever longer,
 // checked before any password hashing; enough failures lock the account;
 // an administrator unlocks it; a success forgets the failures; and the last

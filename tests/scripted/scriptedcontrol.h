@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef SCRIPTEDCONTROL_H
 #define SCRIPTEDCONTROL_H
 

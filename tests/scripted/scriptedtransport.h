@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef SCRIPTEDTRANSPORT_H
 #define SCRIPTEDTRANSPORT_H
 

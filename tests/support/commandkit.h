@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef COMMANDKIT_H
 #define COMMANDKIT_H
 

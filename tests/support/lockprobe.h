@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef LOCKPROBE_H
 #define LOCKPROBE_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Compiled into every test of a ThreadSanitizer build, and only there.
 //
 // Qt is not built with ThreadSanitizer, so the order that its atomics, its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What only a database server does to the engine: the connection breaks
 // under it (the server restarted, an administrator ended the session). The
 // engine opens a fresh one at the next request instead of failing from then
