@@ -39,6 +39,7 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     settings = brokerSettings;
     parser = stomp::Parser();
     error.clear();
+    refused = false;
     const int limit = qMax(1, settings.connectTimeoutMs);
     if (address.tls) {
         auto ssl = std::make_unique<QSslSocket>();
@@ -78,6 +79,7 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
                         : error);
     if (answer.command != "CONNECTED") {
         // Never the passcode: only the broker's message and the user name.
+        refused = answer.command == "ERROR";
         return fail(
             QStringLiteral("The message broker at %1 refused the connection for broker "
                            "user \"%2\": %3")
@@ -94,10 +96,11 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     return true;
 }
 
-bool BrokerLink::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch)
+bool BrokerLink::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch,
+                           const QByteArray &ack)
 {
     stomp::Frame frame("SUBSCRIBE");
-    frame.add("id", id).add("destination", destination).add("ack", "client-individual");
+    frame.add("id", id).add("destination", destination).add("ack", ack);
     frame.add("activemq.prefetchSize", QByteArray::number(qMax(1, prefetch)));
     frame.add("receipt", "subscribed-" + id);
     return send(frame) && awaitReceipt("subscribed-" + id);
@@ -115,9 +118,12 @@ bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
         }
         if (frame.command == "RECEIPT" && frame.header("receipt-id") == receiptId)
             return true;
-        if (frame.command == "ERROR")
+        if (frame.command == "ERROR") {
+            // ActiveMQ's words for a destination the account may not use.
+            refused = frame.header("message").contains("not authorized");
             return fail(QStringLiteral("The message broker at %1 refused: %2")
                             .arg(where.label(), QString::fromUtf8(frame.header("message"))));
+        }
     }
     return fail(QStringLiteral("The message broker at %1 sent no receipt within %2 ms")
                     .arg(where.label())

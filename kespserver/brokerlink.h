@@ -31,9 +31,10 @@ public:
 
     // TCP (or TLS), CONNECT and CONNECTED; false with errorText().
     bool open(const stomp::BrokerAddress &address, const stomp::BrokerSettings &settings);
-    // Subscribes with client-individual acknowledgement and the given
-    // prefetch, waiting for the broker's receipt.
-    bool subscribe(const QByteArray &id, const QByteArray &destination, int prefetch);
+    // Subscribes with client-individual acknowledgement (or `ack`) and the
+    // given prefetch, waiting for the broker's receipt.
+    bool subscribe(const QByteArray &id, const QByteArray &destination, int prefetch,
+                   const QByteArray &ack = "client-individual");
     // Waits at most `waitMs` for the next frame. False on time-out (then
     // isOpen() stays true) or when the connection is lost (errorText()).
     bool receive(stomp::Frame *frame, int waitMs);
@@ -49,6 +50,9 @@ public:
 
     bool isOpen() const;
     QString errorText() const { return error; }
+    // Whether the last failure was the broker refusing the account (its
+    // credentials, or its rights on a destination): trying again will not help.
+    bool wasRefused() const { return refused; }
     QString label() const { return where.label(); }
 
 private:
@@ -62,6 +66,7 @@ private:
     stomp::BrokerAddress where;
     stomp::BrokerSettings settings;
     QString error;
+    bool refused = false;
     QElapsedTimer lastRead;
     QElapsedTimer lastWrite;
     int sendEveryMs = 0;

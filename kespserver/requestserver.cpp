@@ -1,11 +1,13 @@
 #include "requestserver.h"
 
+#include "exitstatus.h"
 #include "serverengine.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QThread>
+#include <QUuid>
 
 #include <cstdio>
 
@@ -52,6 +54,7 @@ void RequestServer::log(int level, const QString &line) const
 
 void RequestServer::pollSignals()
 {
+    notifier.alive();
     if (statusRequested) {
         statusRequested = 0;
         log(0, counters.statusLine());
@@ -72,8 +75,10 @@ void RequestServer::runOnWorker(const std::function<void()> &job)
     worker.start(job);
     // The engine works; this thread keeps the broker connection alive. The
     // wait ends as soon as the job does, so a reply never waits for a pump.
-    while (!worker.wait(20))
+    while (!worker.wait(20)) {
         link.pump(0);
+        notifier.alive();
+    }
 }
 
 void RequestServer::pruneRecords()
@@ -83,30 +88,136 @@ void RequestServer::pruneRecords()
     sincePrune.restart();
 }
 
-bool RequestServer::connectOnce()
+RequestServer::Connection RequestServer::connectOnce()
 {
-    if (!link.open(config.broker, config.settings)
-        || !link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(),
-                           config.prefetch)) {
+    if (!link.open(config.broker, config.settings)) {
+        link.abort();
+        return link.wasRefused() ? Connection::Refused : Connection::Failed;
+    }
+    if (peers && !meetPeers())
+        return link.isOpen()    ? Connection::OtherDatabase
+            : link.wasRefused() ? Connection::Refused
+                                : Connection::Failed;
+    if (!link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(), config.prefetch)) {
+        link.abort();
+        return link.wasRefused() ? Connection::Refused : Connection::Failed;
+    }
+    counters.connected(link.label());
+    const QString serving = QStringLiteral("serving %1 at %2 (prefetch %3)")
+                                .arg(config.settings.requestQueue, link.label())
+                                .arg(config.prefetch);
+    log(0, serving);
+    notifier.ready(serving);
+    return Connection::Serving;
+}
+
+void RequestServer::checkPeers(const QString &databaseId)
+{
+    // The name alone may repeat (two hosts, one configuration); the answer
+    // must reach this very instance.
+    const QString instance
+        = config.name + QLatin1Char('/') + QUuid::createUuid().toString(QUuid::WithoutBraces);
+    peers = std::make_unique<PeerCheck>(config.settings.requestQueue, instance, databaseId);
+}
+
+bool RequestServer::meetPeers()
+{
+    if (!link.subscribe(PeerCheck::subscriptionId, peers->topic(), 100, "auto")
+        || !link.send(peers->announcement())) {
         link.abort();
         return false;
     }
-    counters.connected(link.label());
-    log(0,
-        QStringLiteral("serving %1 at %2 (prefetch %3)")
-            .arg(config.settings.requestQueue, link.label())
-            .arg(config.prefetch));
+    const QDeadlineTimer deadline(config.peerCheckMs);
+    stomp::Frame frame;
+    while (!deadline.hasExpired() && !stopRequested) {
+        if (!link.receive(&frame, int(qMin<qint64>(pollMs, deadline.remainingTime())))) {
+            if (!link.isOpen())
+                return false;
+            continue;
+        }
+        if (frame.command != "MESSAGE" || frame.header("subscription") != PeerCheck::subscriptionId)
+            continue;
+        if (peers->judge(frame) == PeerCheck::Verdict::Conflict) {
+            log(0,
+                QStringLiteral("instance %1 on %2 serves the database %3, this instance the "
+                               "database %4; instances on one request queue must serve one "
+                               "database, so this one does not start (check --database)")
+                    .arg(peers->otherInstance(), config.settings.requestQueue,
+                         peers->otherDatabase(), peers->ownDatabase()));
+            link.close(3000);
+            return false;
+        }
+        answerPeer(frame);
+    }
     return true;
+}
+
+void RequestServer::answerPeer(const stomp::Frame &message)
+{
+    if (peers->judge(message) != PeerCheck::Verdict::Answer)
+        return;
+    log(0,
+        QStringLiteral("instance %1 tries to serve this queue with the database %2; told it "
+                       "that this one serves another")
+            .arg(peers->otherInstance(), peers->otherDatabase()));
+    link.send(peers->answer());
+}
+
+bool RequestServer::startMetrics(QString *error)
+{
+    if (config.metricsHost.isEmpty())
+        return true;
+    metrics = std::make_unique<MetricsServer>(
+        [this](const QByteArray &path, int *status) { return metricsPage(path, status); });
+    if (!metrics->start(config.metricsHost, config.metricsPort, error))
+        return false;
+    log(0,
+        QStringLiteral("metrics at http://%1:%2/metrics")
+            .arg(config.metricsHost.contains(QLatin1Char(':'))
+                     ? QStringLiteral("[%1]").arg(config.metricsHost)
+                     : config.metricsHost)
+            .arg(metrics->port()));
+    return true;
+}
+
+QByteArray RequestServer::metricsPage(const QByteArray &path, int *status) const
+{
+    if (path == "/metrics") {
+        *status = 200;
+        return counters.prometheusText();
+    }
+    if (path == "/status") {
+        // Health: 200 only while the instance takes requests.
+        *status = counters.isConnected() ? 200 : 503;
+        return (config.name + QStringLiteral(" ") + counters.statusLine() + QLatin1Char('\n'))
+            .toUtf8();
+    }
+    *status = 404;
+    return "not found; try /metrics or /status\n";
 }
 
 int RequestServer::run()
 {
     pruneRecords();
     int backoff = config.firstBackoffMs;
+    int status = ExitOk;
     while (!stopRequested) {
         pollSignals();
-        if (!connectOnce()) {
+        const Connection connection = connectOnce();
+        if (connection == Connection::Refused) {
+            // Wrong credentials or rights stay wrong: a service that retried
+            // for ever would look healthy while serving nothing.
+            log(0, link.errorText() + QStringLiteral("; giving up (fix the broker account)"));
+            status = ExitBrokerRefused;
+            break;
+        }
+        if (connection == Connection::OtherDatabase) {
+            status = ExitOtherDatabase;
+            break;
+        }
+        if (connection == Connection::Failed) {
             log(0, QStringLiteral("%1; trying again in %2 ms").arg(link.errorText()).arg(backoff));
+            notifier.status(QStringLiteral("not connected: %1").arg(link.errorText()));
             pause(backoff);
             backoff = qMin(config.maxBackoffMs, backoff * 2);
             continue;
@@ -115,8 +226,9 @@ int RequestServer::run()
         serveConnection();
         counters.disconnected();
     }
+    notifier.stopping();
     log(0, QStringLiteral("stopped; ") + counters.statusLine());
-    return 0;
+    return status;
 }
 
 void RequestServer::serveConnection()
@@ -135,7 +247,10 @@ void RequestServer::serveConnection()
             link.abort();
             return;
         }
-        if (frame.command == "MESSAGE") {
+        if (frame.command == "MESSAGE" && peers
+            && frame.header("subscription") == PeerCheck::subscriptionId) {
+            answerPeer(frame);
+        } else if (frame.command == "MESSAGE") {
             if (serve(frame) == Outcome::Lost) {
                 log(0, link.errorText());
                 link.abort();
@@ -151,6 +266,7 @@ void RequestServer::serveConnection()
     }
     // Whatever the broker prefetched for us and we did not acknowledge goes
     // back to the queue when we disconnect.
+    notifier.stopping();
     link.close(3000);
     log(0, QStringLiteral("disconnected from the broker"));
 }
