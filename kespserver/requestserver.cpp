@@ -94,10 +94,11 @@ RequestServer::Connection RequestServer::connectOnce()
         link.abort();
         return link.wasRefused() ? Connection::Refused : Connection::Failed;
     }
-    if (peers && !meetPeers())
-        return link.isOpen()    ? Connection::OtherDatabase
-            : link.wasRefused() ? Connection::Refused
-                                : Connection::Failed;
+    if (peers) {
+        const Connection met = meetPeers();
+        if (met != Connection::Serving)
+            return met;
+    }
     if (!link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(), config.prefetch)) {
         link.abort();
         return link.wasRefused() ? Connection::Refused : Connection::Failed;
@@ -120,19 +121,19 @@ void RequestServer::checkPeers(const QString &databaseId)
     peers = std::make_unique<PeerCheck>(config.settings.requestQueue, instance, databaseId);
 }
 
-bool RequestServer::meetPeers()
+RequestServer::Connection RequestServer::meetPeers()
 {
     if (!link.subscribe(PeerCheck::subscriptionId, peers->topic(), 100, "auto")
         || !link.send(peers->announcement())) {
         link.abort();
-        return false;
+        return link.wasRefused() ? Connection::Refused : Connection::Failed;
     }
     const QDeadlineTimer deadline(config.peerCheckMs);
     stomp::Frame frame;
     while (!deadline.hasExpired() && !stopRequested) {
         if (!link.receive(&frame, int(qMin<qint64>(pollMs, deadline.remainingTime())))) {
             if (!link.isOpen())
-                return false;
+                return Connection::Failed;
             continue;
         }
         if (frame.command != "MESSAGE" || frame.header("subscription") != PeerCheck::subscriptionId)
@@ -145,11 +146,11 @@ bool RequestServer::meetPeers()
                     .arg(peers->otherInstance(), config.settings.requestQueue,
                          peers->otherDatabase(), peers->ownDatabase()));
             link.close(3000);
-            return false;
+            return Connection::OtherDatabase;
         }
         answerPeer(frame);
     }
-    return true;
+    return Connection::Serving;
 }
 
 void RequestServer::answerPeer(const stomp::Frame &message)

@@ -63,7 +63,7 @@ private:
     enum class Connection { Serving, Failed, Refused, OtherDatabase };
 
     Connection connectOnce();
-    bool meetPeers();
+    Connection meetPeers();
     void answerPeer(const stomp::Frame &message);
     QByteArray metricsPage(const QByteArray &path, int *status) const;
     void serveConnection();
