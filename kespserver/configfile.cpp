@@ -1,5 +1,7 @@
 #include "configfile.h"
 
+#include "brokerconfig.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
@@ -69,22 +71,6 @@ const SettingKey *findKey(const QString &variable)
     return nullptr;
 }
 
-bool parseFlag(const QString &text, bool *value)
-{
-    const QString word = text.trimmed().toLower();
-    if (word == QLatin1String("1") || word == QLatin1String("true") || word == QLatin1String("yes")
-        || word == QLatin1String("on")) {
-        *value = true;
-        return true;
-    }
-    if (word == QLatin1String("0") || word == QLatin1String("false") || word == QLatin1String("no")
-        || word == QLatin1String("off")) {
-        *value = false;
-        return true;
-    }
-    return false;
-}
-
 bool hasPassword(const QString &location)
 {
     return location.contains(QLatin1String("://")) && !QUrl(location).password().isEmpty();
@@ -116,7 +102,7 @@ QString problemWith(const SettingKey &key, const QString &text)
     }
     case SettingKey::Flag: {
         bool flag = false;
-        if (!parseFlag(text, &flag))
+        if (!stomp::parseFlag(text, &flag))
             return QStringLiteral("%1 must be 1 or 0, not \"%2\"")
                 .arg(QLatin1String(key.variable), text);
         return QString();
@@ -223,7 +209,7 @@ int Settings::number(const char *variable) const
 {
     bool flag = false;
     if (findKey(QLatin1String(variable))->kind == SettingKey::Flag)
-        return parseFlag(value(variable), &flag) && flag ? 1 : 0;
+        return stomp::parseFlag(value(variable), &flag) && flag ? 1 : 0;
     return value(variable).trimmed().toInt();
 }
 

@@ -6,12 +6,30 @@
 #include <QEventLoop>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
-#include <QTimer>
 #include <QUrl>
 
 #include <cstdio>
 
 namespace kesp {
+
+int fetchLocal(const QUrl &url, QByteArray *body, QString *error)
+{
+    QNetworkAccessManager network;
+    QNetworkRequest request(url);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
+    // A loopback answer comes at once; a hung instance is as good as none.
+    request.setTransferTimeout(5000);
+    QNetworkReply *reply = network.get(request);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    loop.exec();
+    const int code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    *body = reply->readAll();
+    *error = reply->errorString();
+    delete reply;
+    return code;
+}
 
 int queryStatus(const ServerConfig &config)
 {
@@ -27,22 +45,12 @@ int queryStatus(const ServerConfig &config)
     url.setPort(config.metricsPort);
     url.setPath(QStringLiteral("/status"));
 
-    QNetworkAccessManager network;
-    QNetworkRequest request(url);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-    // A loopback answer comes at once; a hung instance is as good as none.
-    request.setTransferTimeout(5000);
-    QNetworkReply *reply = network.get(request);
-    QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-    const int code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    const QByteArray body = reply->readAll();
-    reply->deleteLater();
+    QByteArray body;
+    QString error;
+    const int code = fetchLocal(url, &body, &error);
     if (code == 0) {
-        complain(QStringLiteral("status: no instance answers at %1: %2")
-                     .arg(url.toString(), reply->errorString()));
+        complain(
+            QStringLiteral("status: no instance answers at %1: %2").arg(url.toString(), error));
         return ExitFailed;
     }
     std::fwrite(body.constData(), 1, size_t(body.size()), stdout);

@@ -3,7 +3,14 @@
 
 #include "serverconfig.h"
 
+#include <QByteArray>
+#include <QUrl>
+
 namespace kesp {
+
+// GET `url` on a local instance's metrics address: its HTTP status (0 when
+// nothing answered within a few seconds, with `error`) and body.
+int fetchLocal(const QUrl &url, QByteArray *body, QString *error);
 
 // "nuvkesp-server status": asks the instance configured like this one at
 // its metrics address whether it serves, prints its answer and returns 0

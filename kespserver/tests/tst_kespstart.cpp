@@ -6,9 +6,8 @@
 #include "kesptest.h"
 #include "schema.h"
 #include "serverprocess.h"
+#include "statuscheck.h"
 
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QTcpServer>
 #include <QtTest>
 
@@ -72,17 +71,10 @@ quint16 freePort()
 // GET on loopback; the status code and body.
 QPair<int, QByteArray> fetch(const QString &url)
 {
-    QNetworkAccessManager network;
-    QNetworkRequest request { QUrl(url) };
-    request.setTransferTimeout(10000);
-    QNetworkReply *reply = network.get(request);
-    QEventLoop loop;
-    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
-    loop.exec();
-    const int code = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    const QByteArray body = reply->readAll();
-    delete reply;
-    return { code, body };
+    QByteArray body;
+    QString error;
+    const int code = kesp::fetchLocal(QUrl(url), &body, &error);
+    return { code, code ? body : error.toUtf8() };
 }
 
 } // namespace
