@@ -11,7 +11,12 @@
 #include <QTcpServer>
 #include <QtTest>
 
+#include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 class KespStart : public QObject
 {
@@ -29,6 +34,7 @@ private slots:
     void refusesRefusedAccount();
     void refusesAnotherDatabaseOnTheQueue();
     void statusAndMetrics();
+    void notifiesServiceManager();
 
 private:
     struct Outcome
@@ -374,6 +380,47 @@ void KespStart::statusAndMetrics()
     const Outcome gone = run({ QStringLiteral("status"), QStringLiteral("--config"), path });
     QCOMPARE(gone.status, int(kesp::ExitFailed));
     QVERIFY2(gone.output.contains(QLatin1String("no instance answers")), qPrintable(gone.output));
+}
+
+void KespStart::notifiesServiceManager()
+{
+    // Plays systemd's side of sd_notify: a datagram socket in NOTIFY_SOCKET.
+    const QByteArray path = QFile::encodeName(space.path(QStringLiteral("notify.sock")));
+    const int listener = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    QVERIFY(listener >= 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    QVERIFY(size_t(path.size()) < sizeof address.sun_path);
+    std::memcpy(address.sun_path, path.constData(), size_t(path.size()));
+    QCOMPARE(::bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    QString received;
+    // What arrives within `waitMs`, one message after the other.
+    const auto receive = [&](int waitMs) {
+        pollfd ready = { listener, POLLIN, 0 };
+        while (::poll(&ready, 1, waitMs) > 0) {
+            char buffer[4096];
+            const ssize_t size = ::recv(listener, buffer, sizeof buffer, 0);
+            if (size > 0)
+                received += QString::fromUtf8(buffer, int(size)) + QLatin1Char('\n');
+            waitMs = 0;
+        }
+    };
+
+    kesp::ServerProcess server(QStringLiteral("notifying"), space.database,
+                               kesptest::brokerAddress(broker),
+                               space.path(QStringLiteral("notifying.log")));
+    qputenv("NOTIFY_SOCKET", path);
+    const bool started = server.start();
+    qunsetenv("NOTIFY_SOCKET");
+    QVERIFY2(started, qPrintable(server.log()));
+    // Sent before the line that start() waited for was written.
+    receive(5000);
+    QVERIFY2(received.contains(QLatin1String("READY=1\nSTATUS=serving /queue/")),
+             qPrintable(received));
+    QVERIFY(server.stop());
+    receive(5000);
+    QVERIFY2(received.contains(QLatin1String("STOPPING=1")), qPrintable(received));
+    ::close(listener);
 }
 
 QTEST_GUILESS_MAIN(KespStart)
