@@ -5,7 +5,6 @@
 #include "tsansync.h"
 
 #include <QDateTime>
-#include <QRandomGenerator>
 #include <QSslCertificate>
 #include <QSslSocket>
 #include <QThread>
@@ -19,13 +18,6 @@ namespace {
 // Long enough for a broker under load, short enough that closing never
 // feels stuck when the broker is gone.
 const int disconnectReceiptMs = 3000;
-
-QByteArray newSessionToken()
-{
-    quint32 words[4];
-    QRandomGenerator::system()->fillRange(words);
-    return QByteArray(reinterpret_cast<const char *>(words), sizeof(words)).toHex();
-}
 
 } // namespace
 
@@ -133,7 +125,7 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     closeSession(QStringLiteral("The connection to the message broker was replaced by a new "
                                 "one."));
     ensureIoThread();
-    auto next = std::make_shared<Session>(address, newSessionToken());
+    auto next = std::make_shared<Session>(address, stomp::newSessionToken());
     QByteArray id;
     {
         stomp::SyncLocker locker(&stateLock);

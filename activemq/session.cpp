@@ -2,7 +2,31 @@
 
 #include "tsansync.h"
 
+#include <QRandomGenerator>
+
 namespace stomp {
+
+namespace {
+constexpr int sessionTokenBytes = 16;
+}
+
+QByteArray newSessionToken()
+{
+    quint32 words[sessionTokenBytes / 4];
+    QRandomGenerator::system()->fillRange(words);
+    return QByteArray(reinterpret_cast<const char *>(words), sizeof(words)).toHex();
+}
+
+bool isSessionToken(const QByteArray &text)
+{
+    if (text.size() != 2 * sessionTokenBytes)
+        return false;
+    for (const char c : text) {
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')))
+            return false;
+    }
+    return true;
+}
 
 Session::Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit)
     : address(address)

@@ -14,6 +14,11 @@
 
 namespace stomp {
 
+// A fresh session token: 128 random bits as 32 lower-case hexadecimal
+// digits. A server accepts no other form.
+QByteArray newSessionToken();
+bool isSessionToken(const QByteArray &text);
+
 /*
  * The state of one broker connection that the I/O thread and the calling
  * threads share: its phase, the calls waiting for a reply, the receipts

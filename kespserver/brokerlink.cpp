@@ -38,6 +38,7 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     where = address;
     settings = brokerSettings;
     parser = stomp::Parser();
+    held.clear();
     error.clear();
     refused = false;
     const int limit = qMax(1, settings.connectTimeoutMs);
@@ -96,14 +97,19 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     return true;
 }
 
-bool BrokerLink::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch,
-                           const QByteArray &ack)
+bool BrokerLink::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch)
 {
     stomp::Frame frame("SUBSCRIBE");
-    frame.add("id", id).add("destination", destination).add("ack", ack);
+    frame.add("id", id).add("destination", destination).add("ack", "client-individual");
     frame.add("activemq.prefetchSize", QByteArray::number(qMax(1, prefetch)));
-    frame.add("receipt", "subscribed-" + id);
-    return send(frame) && awaitReceipt("subscribed-" + id);
+    return subscribe(frame);
+}
+
+bool BrokerLink::subscribe(stomp::Frame frame)
+{
+    const QByteArray receipt = "subscribed-" + frame.header("id");
+    frame.add("receipt", receipt);
+    return send(frame) && awaitReceipt(receipt);
 }
 
 bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
@@ -111,7 +117,7 @@ bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
     const QDeadlineTimer deadline(qMax(1, settings.connectTimeoutMs));
     stomp::Frame frame;
     while (!deadline.hasExpired()) {
-        if (!receive(&frame, int(qMax<qint64>(1, deadline.remainingTime())))) {
+        if (!receiveFromSocket(&frame, int(qMax<qint64>(1, deadline.remainingTime())))) {
             if (!isOpen())
                 return false;
             continue;
@@ -124,6 +130,10 @@ bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
             return fail(QStringLiteral("The message broker at %1 refused: %2")
                             .arg(where.label(), QString::fromUtf8(frame.header("message"))));
         }
+        // Messages of an earlier subscription may come first; they wait
+        // for the next receive().
+        if (frame.command == "MESSAGE")
+            held.append(frame);
     }
     return fail(QStringLiteral("The message broker at %1 sent no receipt within %2 ms")
                     .arg(where.label())
@@ -170,6 +180,15 @@ bool BrokerLink::readMore(int waitMs)
 }
 
 bool BrokerLink::receive(stomp::Frame *frame, int waitMs)
+{
+    if (socket && !held.isEmpty()) {
+        *frame = held.takeFirst();
+        return true;
+    }
+    return receiveFromSocket(frame, waitMs);
+}
+
+bool BrokerLink::receiveFromSocket(stomp::Frame *frame, int waitMs)
 {
     if (!socket)
         return fail(QStringLiteral("not connected"));

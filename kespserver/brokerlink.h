@@ -6,6 +6,7 @@
 #include "stompparser.h"
 
 #include <QElapsedTimer>
+#include <QList>
 #include <QString>
 
 #include <memory>
@@ -31,10 +32,13 @@ public:
 
     // TCP (or TLS), CONNECT and CONNECTED; false with errorText().
     bool open(const stomp::BrokerAddress &address, const stomp::BrokerSettings &settings);
-    // Subscribes with client-individual acknowledgement (or `ack`) and the
-    // given prefetch, waiting for the broker's receipt.
-    bool subscribe(const QByteArray &id, const QByteArray &destination, int prefetch,
-                   const QByteArray &ack = "client-individual");
+    // Subscribes with client-individual acknowledgement and the given
+    // prefetch, waiting for the broker's receipt.
+    bool subscribe(const QByteArray &id, const QByteArray &destination, int prefetch);
+    // Sends a prepared SUBSCRIBE (its id, destination and ack mode set) and
+    // waits for the broker's receipt; messages that arrive meanwhile are
+    // kept for receive().
+    bool subscribe(stomp::Frame frame);
     // Waits at most `waitMs` for the next frame. False on time-out (then
     // isOpen() stays true) or when the connection is lost (errorText()).
     bool receive(stomp::Frame *frame, int waitMs);
@@ -58,11 +62,13 @@ public:
 private:
     bool fail(const QString &text);
     bool awaitReceipt(const QByteArray &receiptId);
+    bool receiveFromSocket(stomp::Frame *frame, int waitMs);
     void keepAlive();
     bool readMore(int waitMs);
 
     std::unique_ptr<QTcpSocket> socket;
     stomp::Parser parser;
+    QList<stomp::Frame> held; // arrived while a receipt was awaited
     stomp::BrokerAddress where;
     stomp::BrokerSettings settings;
     QString error;

@@ -33,6 +33,7 @@ const QVector<SettingKey> &settingKeys()
         { "NUV_KESP_PEER_CHECK_MS", K::Number, 0, "peer-check-ms", "ms", "1500",
           "How long a starting instance listens for instances on its queue that serve another "
           "database (0: no check)." },
+        { "NUV_KESP_CONNECTION_ADVISORIES", K::OnOff, 0, nullptr, nullptr, "on", nullptr },
         { "NUV_STOMP_CONFIG", K::Text, 0, nullptr, nullptr, nullptr, nullptr },
         { "NUV_STOMP_LOGIN", K::Text, 0, nullptr, nullptr, nullptr, nullptr },
         { "NUV_STOMP_PASSCODE", K::Secret, 0, nullptr, nullptr, nullptr, nullptr },
@@ -107,6 +108,11 @@ QString problemWith(const SettingKey &key, const QString &text)
                 .arg(QLatin1String(key.variable), text);
         return QString();
     }
+    case SettingKey::OnOff:
+        if (text != QLatin1String("on") && text != QLatin1String("off"))
+            return QStringLiteral("%1 must be on or off, not '%2'")
+                .arg(QLatin1String(key.variable), text);
+        return QString();
     default:
         return QString();
     }
@@ -208,7 +214,10 @@ QString Settings::value(const char *variable) const
 int Settings::number(const char *variable) const
 {
     bool flag = false;
-    if (findKey(QLatin1String(variable))->kind == SettingKey::Flag)
+    const SettingKey::Kind kind = findKey(QLatin1String(variable))->kind;
+    if (kind == SettingKey::OnOff)
+        return value(variable) == QLatin1String("on") ? 1 : 0;
+    if (kind == SettingKey::Flag)
         return stomp::parseFlag(value(variable), &flag) && flag ? 1 : 0;
     return value(variable).trimmed().toInt();
 }

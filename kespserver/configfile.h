@@ -16,7 +16,7 @@ namespace kesp {
  */
 struct SettingKey
 {
-    enum Kind { Text, Secret, Location, Number, Flag };
+    enum Kind { Text, Secret, Location, Number, Flag, OnOff };
 
     const char *variable;
     Kind kind;

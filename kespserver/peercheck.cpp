@@ -13,7 +13,9 @@ PeerCheck::PeerCheck(const QString &requestQueue, const QString &instance,
 {
     QString name = requestQueue;
     name.remove(QRegularExpression(QStringLiteral("^/(queue|topic)/")));
-    destination = "/topic/" + name.toUtf8() + ".instances";
+    // Under one prefix, so that one authorization entry gives it to the
+    // server accounts alone, whatever the queue is called.
+    destination = "/topic/nuv.instances." + name.toUtf8();
 }
 
 stomp::Frame PeerCheck::announcement() const

@@ -1,7 +1,9 @@
 #include "requestserver.h"
 
 #include "exitstatus.h"
+#include "senderidentity.h"
 #include "serverengine.h"
+#include "session.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -18,10 +20,29 @@ volatile std::sig_atomic_t RequestServer::statusRequested = 0;
 
 namespace {
 const QByteArray subscriptionId = "requests";
+const QByteArray advisorySubscriptionId = "connections";
 // How long the loop waits for a frame before it looks at the signals again.
 constexpr int pollMs = 200;
 // Records are pruned at start and then this often (when idle).
 constexpr qint64 pruneEveryMs = 3600 * 1000;
+// Idle sessions are removed this often (when idle).
+constexpr qint64 sweepEveryMs = 60 * 1000;
+
+// An answer the daemon gives without the engine.
+void refuse(nuvMQClassifyMessage &reply, const QString &text)
+{
+    reply.command = QStringLiteral("ERROR");
+    reply.hasErrorText = true;
+    reply.errorText = text;
+}
+
+bool subscribeToConnectionAdvisories(BrokerLink &link)
+{
+    stomp::Frame subscribe("SUBSCRIBE");
+    subscribe.add("id", advisorySubscriptionId).add("destination", connectionAdvisoryTopic);
+    subscribe.add("ack", "auto").add("transformation", advisoryTransformation);
+    return link.subscribe(subscribe);
+}
 } // namespace
 
 QString requestKey(const stomp::Frame &message)
@@ -88,20 +109,53 @@ void RequestServer::pruneRecords()
     sincePrune.restart();
 }
 
-RequestServer::Connection RequestServer::connectOnce()
+void RequestServer::housekeeping()
 {
-    if (!link.open(config.broker, config.settings)) {
-        link.abort();
-        return link.wasRefused() ? Connection::Refused : Connection::Failed;
+    if (sincePrune.elapsed() > pruneEveryMs)
+        pruneRecords();
+    if (!sinceSweep.isValid() || sinceSweep.elapsed() > sweepEveryMs) {
+        runOnWorker([this] { engine.endIdleSessions(); });
+        sinceSweep.restart();
     }
+}
+
+void RequestServer::connectionClosed(const stomp::Frame &advisory)
+{
+    const QString connection = closedConnection(advisory.body);
+    if (connection.isEmpty())
+        return;
+    // Every instance hears it; ending a session twice does no harm.
+    runOnWorker([&] { engine.endConnection(connection); });
+    log(2, QStringLiteral("connection %1 closed; its sessions ended").arg(connection));
+}
+
+RequestServer::Connection RequestServer::connectOnce(QString *why)
+{
+    const auto failed = [&] {
+        *why = link.errorText();
+        const bool refused = link.wasRefused();
+        link.abort();
+        return refused ? Connection::Refused : Connection::Failed;
+    };
+    if (!link.open(config.broker, config.settings))
+        return failed();
     if (peers) {
         const Connection met = meetPeers();
-        if (met != Connection::Serving)
+        if (met != Connection::Serving) {
+            *why = link.errorText();
             return met;
+        }
     }
-    if (!link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(), config.prefetch)) {
-        link.abort();
-        return link.wasRefused() ? Connection::Refused : Connection::Failed;
+    if (!link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(), config.prefetch))
+        return failed();
+    if (config.connectionAdvisories && !subscribeToConnectionAdvisories(link)) {
+        const Connection result = failed();
+        *why = QStringLiteral("cannot follow the broker's connection advisories (%1): %2; the "
+                              "server's broker account needs read access to them, and the broker "
+                              "XStream and Jettison on its class path (or set "
+                              "NUV_KESP_CONNECTION_ADVISORIES=off)")
+                   .arg(QLatin1String(connectionAdvisoryTopic), *why);
+        return result;
     }
     counters.connected(link.label());
     const QString serving = QStringLiteral("serving %1 at %2 (prefetch %3)")
@@ -123,8 +177,10 @@ void RequestServer::checkPeers(const QString &databaseId)
 
 RequestServer::Connection RequestServer::meetPeers()
 {
-    if (!link.subscribe(PeerCheck::subscriptionId, peers->topic(), 100, "auto")
-        || !link.send(peers->announcement())) {
+    stomp::Frame subscribe("SUBSCRIBE");
+    subscribe.add("id", PeerCheck::subscriptionId).add("destination", peers->topic());
+    subscribe.add("ack", "auto");
+    if (!link.subscribe(subscribe) || !link.send(peers->announcement())) {
         link.abort();
         return link.wasRefused() ? Connection::Refused : Connection::Failed;
     }
@@ -204,11 +260,12 @@ int RequestServer::run()
     int status = ExitOk;
     while (!stopRequested) {
         pollSignals();
-        const Connection connection = connectOnce();
+        QString why;
+        const Connection connection = connectOnce(&why);
         if (connection == Connection::Refused) {
             // Wrong credentials or rights stay wrong: a service that retried
             // for ever would look healthy while serving nothing.
-            log(0, link.errorText() + QStringLiteral("; giving up (fix the broker account)"));
+            log(0, why + QStringLiteral("; giving up (fix the broker account)"));
             status = ExitBrokerRefused;
             break;
         }
@@ -217,8 +274,8 @@ int RequestServer::run()
             break;
         }
         if (connection == Connection::Failed) {
-            log(0, QStringLiteral("%1; trying again in %2 ms").arg(link.errorText()).arg(backoff));
-            notifier.status(QStringLiteral("not connected: %1").arg(link.errorText()));
+            log(0, QStringLiteral("%1; trying again in %2 ms").arg(why).arg(backoff));
+            notifier.status(QStringLiteral("not connected: %1").arg(why));
             pause(backoff);
             backoff = qMin(config.maxBackoffMs, backoff * 2);
             continue;
@@ -240,16 +297,17 @@ void RequestServer::serveConnection()
         if (!link.receive(&frame, pollMs)) {
             if (link.isOpen()) {
                 // Idle: a good moment for housekeeping.
-                if (sincePrune.elapsed() > pruneEveryMs)
-                    pruneRecords();
+                housekeeping();
                 continue;
             }
             log(0, link.errorText());
             link.abort();
             return;
         }
-        if (frame.command == "MESSAGE" && peers
-            && frame.header("subscription") == PeerCheck::subscriptionId) {
+        if (frame.command == "MESSAGE" && frame.header("subscription") == advisorySubscriptionId) {
+            connectionClosed(frame);
+        } else if (frame.command == "MESSAGE" && peers
+                   && frame.header("subscription") == PeerCheck::subscriptionId) {
             answerPeer(frame);
         } else if (frame.command == "MESSAGE") {
             if (serve(frame) == Outcome::Lost) {
@@ -305,9 +363,24 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
         word = request.command;
         if (word == QLatin1String("CFLOGIN"))
             user = request.getDataList().value(0);
-        const QString token = QString::fromUtf8(message.header("nuv-session-token"));
+        const QByteArray token = message.header("nuv-session-token");
+        const nuvserver::Origin origin { QString::fromLatin1(token), senderConnection(message) };
         const QString key = requestKey(message);
-        runOnWorker([&] { reply = engine.handle(request, token, key, &replayed); });
+        if (!stomp::isSessionToken(token)) {
+            refuse(reply,
+                   word
+                       + QStringLiteral(
+                           ": not logged in: the request carries no valid session token"));
+        } else if (origin.connection.isEmpty()) {
+            // Without it a session could not be bound to its connection.
+            refuse(reply,
+                   word
+                       + QStringLiteral(": the broker did not name the connection that sent "
+                                        "the request (message-id '%1')")
+                             .arg(QString::fromUtf8(message.header("message-id").left(100))));
+        } else {
+            runOnWorker([&] { reply = engine.handle(request, origin, key, &replayed); });
+        }
     }
 
     if (!replyTo.isEmpty()) {

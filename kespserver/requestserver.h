@@ -37,6 +37,11 @@ bool hasExpired(const stomp::Frame &message, qint64 nowMs);
  * running twice), send the reply to its reply-to, and only then acknowledge
  * it. A request that dies with the connection before its ACK comes back
  * from the broker, to this instance or another.
+ *
+ * Sessions: a request is run only with a token of the transport's form, and
+ * under the broker connection that sent it, which the engine binds logins
+ * to. The broker's connection advisories end the sessions of connections
+ * that close; idle sessions are swept once a minute.
  */
 class RequestServer
 {
@@ -62,7 +67,7 @@ private:
     enum class Outcome { Served, Lost };
     enum class Connection { Serving, Failed, Refused, OtherDatabase };
 
-    Connection connectOnce();
+    Connection connectOnce(QString *why);
     Connection meetPeers();
     void answerPeer(const stomp::Frame &message);
     QByteArray metricsPage(const QByteArray &path, int *status) const;
@@ -75,6 +80,8 @@ private:
     // (heart-beats) until it is done.
     void runOnWorker(const std::function<void()> &job);
     void pruneRecords();
+    void housekeeping();
+    void connectionClosed(const stomp::Frame &advisory);
 
     const ServerConfig &config;
     nuvserver::ServerEngine &engine;
@@ -85,6 +92,7 @@ private:
     SystemdNotifier notifier;
     std::unique_ptr<PeerCheck> peers;
     std::unique_ptr<MetricsServer> metrics;
+    QElapsedTimer sinceSweep;
 };
 
 } // namespace kesp

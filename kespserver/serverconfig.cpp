@@ -152,6 +152,7 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
     config->maxBackoffMs = settings.number("NUV_KESP_MAX_BACKOFF_MS");
     config->firstBackoffMs = qMin(config->firstBackoffMs, config->maxBackoffMs);
     config->peerCheckMs = settings.number("NUV_KESP_PEER_CHECK_MS");
+    config->connectionAdvisories = settings.number("NUV_KESP_CONNECTION_ADVISORIES");
     config->name = settings.value("NUV_KESP_NAME");
     if (config->name.isEmpty())
         config->name = QStringLiteral("%1-%2")

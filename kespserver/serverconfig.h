@@ -37,6 +37,10 @@ struct ServerConfig
     bool create = false; // serve: create the database when it is missing
     bool backup = true; // migrate: copy the database first
     QString admin; // init: the first administrator
+    // Whether sessions end when the broker reports their connection closed
+    // (NUV_KESP_CONNECTION_ADVISORIES); without, only the idle time-out or
+    // the client's own CFCLOSESESSION ends them.
+    bool connectionAdvisories = true;
     QString helpText;
 };
 

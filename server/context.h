@@ -27,6 +27,7 @@ struct Session
     QString state; // "active", or "expired" while a password change is due
     qint64 archiveId = 0; // selected with "CFSELARCHIVE"; 0 = none
     QString lastSeen; // "yyyy-MM-dd hh:mm:ss" UTC; kept up only with a session timeout
+    QString connection; // the broker connection it is bound to; empty = in-process
 };
 
 enum class Access { Read, Write };
@@ -42,7 +43,8 @@ public:
     const EngineOptions &options;
     const QString requestArchive; // the request's current archive
     const QStringList requestPlugins; // the request's availablePlugins list
-    QString token; // the caller's connection
+    QString token; // the caller's session token
+    QString connection; // the caller's broker connection (see Origin)
     std::optional<Session> session;
 
     // Request fields. The `what` texts name the field in error messages.

@@ -122,6 +122,13 @@ const char *const version1[] = {
     " VALUES ('Administrators', 'Administrators of the server', 1)",
 };
 
+// Version 2: a session is bound to the broker connection that logged it in
+// (empty for callers in the server's own process).
+const char *const version2[] = {
+    "ALTER TABLE sessions ADD COLUMN connection TEXT NOT NULL DEFAULT ''",
+    "CREATE INDEX sessions_by_connection ON sessions(connection)",
+};
+
 void seedVersion1(const QSqlDatabase &db)
 {
     const QString now = nowText();
@@ -155,6 +162,9 @@ bool migrate(QSqlDatabase &db, int from, QString *error)
                     for (const char *statement : version1)
                         run(db, tableDefinition(db, QString::fromLatin1(statement)));
                     seedVersion1(db);
+                } else if (version == 2) {
+                    for (const char *statement : version2)
+                        run(db, QString::fromLatin1(statement));
                 }
                 storeSchemaVersion(db, version);
             }

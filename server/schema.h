@@ -11,7 +11,7 @@
  */
 namespace nuvserver {
 
-constexpr int schemaVersion = 1;
+constexpr int schemaVersion = 2;
 
 // Brings the schema of a freshly opened connection up to date.
 bool prepareDatabase(QSqlDatabase &db, QString *error);

@@ -74,29 +74,49 @@ std::optional<Failure> guarded(const std::function<void()> &work)
     }
 }
 
-// Loads the caller's session and applies the session rules of `entry`.
-void admitCaller(Context &ctx, const CommandEntry &entry, const QString &token, int timeoutMinutes)
+// How often a session's last-seen time is written: often enough to keep the
+// time-out's precision, rarely enough that a busy session does not cost every
+// request a row update.
+int lastSeenRefreshSeconds(int timeoutMinutes)
 {
-    ctx.session = loadSession(ctx.db, token);
-    // Without a timeout nothing reads the last-seen time, and writing it
-    // would cost every request a row update.
+    return qMin(60, timeoutMinutes * 60 / 4);
+}
+
+QDateTime utcTime(const QString &text)
+{
+    const QDateTime local = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    return local.isValid() ? QDateTime(local.date(), local.time(), Qt::UTC) : QDateTime();
+}
+
+// Loads the caller's session and applies the session rules of `entry`.
+void admitCaller(Context &ctx, const CommandEntry &entry, int timeoutMinutes)
+{
+    ctx.session = loadSession(ctx.db, ctx.token);
+    // A token is worth something only on the connection that logged it in:
+    // a token seen elsewhere has been copied.
+    const bool foreign = ctx.session && ctx.session->connection != ctx.connection;
+    if (foreign)
+        ctx.session.reset();
     if (ctx.session && timeoutMinutes > 0) {
-        const QDateTime lastSeen
-            = QDateTime::fromString(ctx.session->lastSeen, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
-        if (lastSeen.isValid()
-            && QDateTime(lastSeen.date(), lastSeen.time(), Qt::UTC).addSecs(timeoutMinutes * 60)
-                < QDateTime::currentDateTimeUtc()) {
-            run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { token });
+        const QDateTime lastSeen = utcTime(ctx.session->lastSeen);
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        if (lastSeen.isValid() && lastSeen.addSecs(timeoutMinutes * 60) < now) {
+            run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { ctx.token });
             ctx.session.reset();
             if (!(entry.flags & Public))
                 throw Failure { QStringLiteral("the session has expired; log in again"), true };
+        } else if (!lastSeen.isValid()
+                   || lastSeen.addSecs(lastSeenRefreshSeconds(timeoutMinutes)) <= now) {
+            // Not on every request: see lastSeenRefreshSeconds().
+            run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
+                { nowText(), ctx.token });
         }
     }
-    if (ctx.session && timeoutMinutes > 0)
-        run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
-            { nowText(), token });
     if (entry.flags & Public)
         return;
+    if (foreign)
+        fail(QStringLiteral("not logged in: the session belongs to another connection; log in "
+                            "with CFLOGIN on this one"));
     if (!ctx.session)
         fail(QStringLiteral("not logged in; log in with CFLOGIN first"));
     if (ctx.session->state != QLatin1String("active") && !(entry.flags & ExpiredSessionAllowed))
@@ -115,7 +135,8 @@ std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token)
         return std::nullopt;
     QSqlQuery query = run(db,
                           QStringLiteral("SELECT s.user_id, u.login, s.state,"
-                                         " coalesce(s.archive_id, 0), s.last_seen FROM sessions s"
+                                         " coalesce(s.archive_id, 0), s.last_seen, s.connection"
+                                         " FROM sessions s"
                                          " JOIN users u ON u.id = s.user_id"
                                          " WHERE s.token = ? AND u.active = 1"),
                           { token });
@@ -128,6 +149,7 @@ std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token)
     session.state = query.value(2).toString();
     session.archiveId = query.value(3).toLongLong();
     session.lastSeen = query.value(4).toString();
+    session.connection = query.value(5).toString();
     return session;
 }
 
@@ -264,12 +286,36 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
 
 void ServerEngine::endSession(const QString &sessionToken)
 {
-    if (!opened || sessionToken.isEmpty() || !ensureConnection(nullptr))
+    if (!sessionToken.isEmpty())
+        removeSessions(QStringLiteral("token = ?"), sessionToken);
+}
+
+void ServerEngine::endConnection(const QString &connection)
+{
+    if (!connection.isEmpty())
+        removeSessions(QStringLiteral("connection = ?"), connection);
+}
+
+void ServerEngine::endIdleSessions()
+{
+    if (engineOptions.sessionTimeoutMinutes > 0)
+        removeSessions(QStringLiteral("last_seen < ?"),
+                       timeText(QDateTime::currentDateTimeUtc().addSecs(
+                           -qint64(engineOptions.sessionTimeoutMinutes) * 60)));
+}
+
+void ServerEngine::removeSessions(const QString &condition, const QString &value)
+{
+    if (!opened || !ensureConnection(nullptr))
         return;
     try {
-        run(db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { sessionToken });
+        // Most calls find nothing to remove (every connection that closes is
+        // reported, with a session or without): a read needs no write lock.
+        if (exists(db, QStringLiteral("SELECT 1 FROM sessions WHERE ") + condition, { value }))
+            run(db, QStringLiteral("DELETE FROM sessions WHERE ") + condition, { value });
     } catch (const Failure &) {
-        // A session that cannot be removed now ends with its timeout.
+        // A session that cannot be removed now ends with its timeout, or is
+        // refused at its next request.
     }
 }
 
@@ -294,6 +340,12 @@ void ServerEngine::forgetProcessedRequests(int hours)
 nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
                                           const QString &sessionToken, const QString &requestKey,
                                           bool *replayed)
+{
+    return handle(request, Origin { sessionToken, QString() }, requestKey, replayed);
+}
+
+nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, const Origin &origin,
+                                          const QString &requestKey, bool *replayed)
 {
     if (replayed)
         *replayed = false;
@@ -322,7 +374,8 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     }
     // After beginRequest(): it may have replaced the connection.
     Context ctx(request, db, engineOptions);
-    ctx.token = sessionToken;
+    ctx.token = origin.token;
+    ctx.connection = origin.connection;
 
     if (!requestKey.isEmpty()) {
         // Seen before: its effect is in the database already, and so is the
@@ -355,7 +408,7 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     qint64 changesAfter = -1;
     const std::optional<Failure> failure = guarded([&] {
         markerBefore = currentMarker(db);
-        admitCaller(ctx, entry, sessionToken, engineOptions.sessionTimeoutMinutes);
+        admitCaller(ctx, entry, engineOptions.sessionTimeoutMinutes);
         if (!requestKey.isEmpty())
             changesBefore = changedRowCount();
         if (!(entry.flags & OutsideTransaction)) {

@@ -33,7 +33,7 @@ struct EngineOptions
     int pbkdf2Iterations = 100000; // for new password hashes
     int minPasswordLength = 8;
     int busyTimeoutMs = 10000; // how long a request waits for another writer
-    int sessionTimeoutMinutes = 0; // 0 = sessions never expire while idle
+    int sessionTimeoutMinutes = 480; // idle time after which a session ends; 0 = never
     int mailTimeoutSeconds = 30;
     // When both are set and the database has no user yet, open() creates
     // this administrator (lets an embedded host start from nothing).
@@ -43,6 +43,16 @@ struct EngineOptions
     // The options from the NUV_SERVER_* environment variables (see
     // docs/server.md), with `database` as given.
     static EngineOptions fromEnvironment(const QString &database);
+};
+
+// Where a request comes from. `connection` names the broker connection that
+// sent it, as the broker stamped it (a sender cannot choose it); it is empty
+// for a caller in the same process. A login binds its session to the token
+// and to that connection, and only requests from that connection use it.
+struct Origin
+{
+    QString token;
+    QString connection;
 };
 
 class Context;
@@ -78,12 +88,21 @@ public:
     // again repeats no effect. An empty key is the plain handle().
     nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const QString &sessionToken,
                                 const QString &requestKey, bool *replayed = nullptr);
+    // The same for a request whose sending connection is known.
+    nuvMQClassifyMessage handle(const nuvMQClassifyMessage &request, const Origin &origin,
+                                const QString &requestKey, bool *replayed = nullptr);
     // Removes records of processed requests older than `hours` (a broker
     // never delivers a request again after its callers have given up).
     void forgetProcessedRequests(int hours);
     // Forgets the session of a connection that has gone away (the same as
     // "CFCLOSESESSION", without a reply).
     void endSession(const QString &sessionToken);
+    // Ends every session bound to a broker connection that has closed.
+    void endConnection(const QString &connection);
+    // Ends the sessions idle for longer than the session time-out (they
+    // would be refused at their next request anyway, but until then they
+    // would still count as logged in).
+    void endIdleSessions();
 
     // Creates the database if needed and its first administrator (fails if
     // any user exists).
@@ -100,6 +119,9 @@ private:
     bool beginRequest();
     void closeConnection();
     void recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply);
+    // Removes the sessions matching `condition`, an SQL condition with one
+    // placeholder for `value`.
+    void removeSessions(const QString &condition, const QString &value);
 
     EngineOptions engineOptions;
     QString connectionName;

@@ -84,6 +84,13 @@ void login(Context &ctx)
     const QString password = ctx.requireItem(1, QStringLiteral("the password"));
     if (ctx.token.isEmpty())
         fail(QStringLiteral("the connection carries no session token"));
+    // A token copied from another connection must not take its session over.
+    const QVariant boundTo = scalar(ctx.db,
+                                    QStringLiteral("SELECT connection FROM sessions"
+                                                   " WHERE token = ?"),
+                                    { ctx.token });
+    if (boundTo.isValid() && boundTo.toString() != ctx.connection)
+        fail(QStringLiteral("not logged in: the session token belongs to another connection"));
     const std::optional<StoredUser> user = findUser(ctx.db, name);
     if (!user) {
         spendVerificationTime(password, ctx.options.pbkdf2Iterations);
@@ -100,9 +107,9 @@ void login(Context &ctx)
     run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { ctx.token });
     run(ctx.db,
         QStringLiteral("INSERT INTO sessions(token, user_id, state, client, started,"
-                       " last_seen) VALUES (?, ?, ?, ?, ?, ?)"),
+                       " last_seen, connection) VALUES (?, ?, ?, ?, ?, ?, ?)"),
         { ctx.token, user->id, user->expired ? QStringLiteral("expired") : QStringLiteral("active"),
-          ctx.item(2), now, now });
+          ctx.item(2), now, now, ctx.connection });
     run(ctx.db, QStringLiteral("DELETE FROM session_requests WHERE token = ?"), { ctx.token });
     ctx.session = loadSession(ctx.db, ctx.token);
     if (user->expired)

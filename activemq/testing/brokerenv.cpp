@@ -12,25 +12,34 @@ namespace stomp {
 
 BrokerEnv::BrokerEnv()
 {
-    const QString dir = qEnvironmentVariable("NUV_BROKER_DIR");
-    if (dir.isEmpty()) {
+    if (qEnvironmentVariable("NUV_BROKER_DIR").isEmpty()) {
         why = QStringLiteral("NUV_BROKER_DIR is not set (run the tests through CTest, which "
                              "starts the broker)");
         return;
     }
-    QFile file(dir + QStringLiteral("/broker.env"));
+    if (!read(QStringLiteral("broker.env"), &values) || !read(QStringLiteral("client.env"), &client)
+        || !read(QStringLiteral("server.env"), &server))
+        values.clear();
+}
+
+bool BrokerEnv::read(const QString &name, QMap<QString, QString> *into)
+{
+    QFile file(qEnvironmentVariable("NUV_BROKER_DIR") + QLatin1Char('/') + name);
     if (!file.open(QIODevice::ReadOnly)) {
         why = QStringLiteral("cannot read %1: is the broker started?").arg(file.fileName());
-        return;
+        return false;
     }
     while (!file.atEnd()) {
-        const QString line = QString::fromUtf8(file.readLine()).trimmed();
+        QString line = QString::fromUtf8(file.readLine()).trimmed();
+        if (line.startsWith(QLatin1String("export ")))
+            line = line.mid(7);
         const int equals = line.indexOf(QLatin1Char('='));
         if (equals > 0)
-            values.insert(line.left(equals), line.mid(equals + 1));
+            into->insert(line.left(equals), line.mid(equals + 1));
     }
-    if (values.isEmpty())
+    if (into->isEmpty())
         why = QStringLiteral("%1 is empty").arg(file.fileName());
+    return !into->isEmpty();
 }
 
 QString BrokerEnv::refusedConnect(const std::function<QString()> &connect)
@@ -50,9 +59,23 @@ Peer::Options BrokerEnv::peerOptions() const
     Peer::Options options;
     options.host = host();
     options.port = stompPort();
+    options.login = serverLogin().toUtf8();
+    options.passcode = serverPasscode().toUtf8();
+    return options;
+}
+
+Peer::Options BrokerEnv::clientPeerOptions() const
+{
+    Peer::Options options = peerOptions();
     options.login = login().toUtf8();
     options.passcode = passcode().toUtf8();
     return options;
+}
+
+void BrokerEnv::addServerAccount(QProcessEnvironment *environment) const
+{
+    environment->insert(QStringLiteral("NUV_STOMP_LOGIN"), serverLogin());
+    environment->insert(QStringLiteral("NUV_STOMP_PASSCODE"), serverPasscode());
 }
 
 void BrokerEnv::exportCredentials() const

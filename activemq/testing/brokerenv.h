@@ -4,6 +4,7 @@
 #include "stomppeer.h"
 
 #include <QMap>
+#include <QProcessEnvironment>
 #include <QString>
 
 #include <functional>
@@ -14,14 +15,14 @@ class nuvMQClientInterface;
 namespace stomp {
 
 /*
- * The broker that scripts/broker started in $NUV_BROKER_DIR: its ports,
- * its account and its test certificates, read from the broker.env file that
- * the script writes.
+ * The broker that scripts/broker started in $NUV_BROKER_DIR: its ports and
+ * test certificates (broker.env) and the two accounts it has, one for
+ * clients (client.env) and one for servers (server.env).
  */
 class BrokerEnv
 {
 public:
-    // Reads $NUV_BROKER_DIR/broker.env; ok() says whether it worked.
+    // Reads the files in $NUV_BROKER_DIR; ok() says whether it worked.
     BrokerEnv();
 
     bool ok() const { return !values.isEmpty(); }
@@ -30,15 +31,23 @@ public:
     QString host() const { return value("NUV_BROKER_HOST"); }
     quint16 stompPort() const { return quint16(value("NUV_BROKER_STOMP_PORT").toUInt()); }
     quint16 sslPort() const { return quint16(value("NUV_BROKER_STOMP_SSL_PORT").toUInt()); }
-    QString login() const { return value("NUV_BROKER_LOGIN"); }
-    QString passcode() const { return value("NUV_BROKER_PASSCODE"); }
+    // The clients' account.
+    QString login() const { return client.value(QStringLiteral("NUV_STOMP_LOGIN")); }
+    QString passcode() const { return client.value(QStringLiteral("NUV_STOMP_PASSCODE")); }
+    // The servers' account.
+    QString serverLogin() const { return server.value(QStringLiteral("NUV_STOMP_LOGIN")); }
+    QString serverPasscode() const { return server.value(QStringLiteral("NUV_STOMP_PASSCODE")); }
     QString caFile() const { return value("NUV_BROKER_CA_FILE"); }
     QString otherCaFile() const { return value("NUV_BROKER_OTHER_CA_FILE"); }
 
-    // Options for a Peer (a responder) on the plain STOMP port.
+    // Options for a Peer on the plain STOMP port: a responder, with the
+    // servers' account, or a client.
     Peer::Options peerOptions() const;
-    // Points the transport's settings (NUV_STOMP_*) at this broker's account.
+    Peer::Options clientPeerOptions() const;
+    // Points the transport's settings (NUV_STOMP_*) at the clients' account.
     void exportCredentials() const;
+    // Sets the servers' account in the environment of a server process.
+    void addServerAccount(QProcessEnvironment *environment) const;
 
     // Runs scripts/broker with the same state directory; false with output.
     static bool script(const QString &action, QString *output, int timeoutMs = 120000);
@@ -55,8 +64,11 @@ public:
 
 private:
     QString value(const char *name) const { return values.value(QLatin1String(name)); }
+    bool read(const QString &name, QMap<QString, QString> *into);
 
     QMap<QString, QString> values;
+    QMap<QString, QString> client;
+    QMap<QString, QString> server;
     QString why;
 };
 

@@ -118,6 +118,13 @@ bool Peer::awaitReceipt(const QByteArray &receiptId, int timeoutMs)
     return false;
 }
 
+void Peer::abort()
+{
+    if (socket)
+        socket->abort();
+    socket.reset();
+}
+
 void Peer::close()
 {
     if (!socket)

@@ -44,6 +44,8 @@ public:
     // Waits for the RECEIPT with this id, failing on an ERROR.
     bool awaitReceipt(const QByteArray &receiptId, int timeoutMs);
     void close();
+    // Drops the socket without a DISCONNECT, as a crashed client would.
+    void abort();
 
     bool closed() const;
     QString errorText() const { return error; }

@@ -109,9 +109,10 @@ void BrokerClassifyTest::loginFailures_data()
 
     QTest::newRow("server refuses the password")
         << "wrong" << QByteArray() << false << "Wrong password";
-    QTest::newRow("wrong broker passcode") << "right" << QByteArray("not-the-passcode") << false
-                                           << "refused the connection for broker user \"nuv\": "
-                                              "User name [nuv] or password is invalid.";
+    QTest::newRow("wrong broker passcode")
+        << "right" << QByteArray("not-the-passcode") << false
+        << "refused the connection for broker user \"nuvclient\": "
+           "User name [nuvclient] or password is invalid.";
     QTest::newRow("nothing listens on the port")
         << "right" << QByteArray() << true << "the connection was refused";
 }

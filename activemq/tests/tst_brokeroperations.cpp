@@ -143,8 +143,8 @@ void BrokerOperationsTest::connectFailures_data()
 
     QTest::newRow("wrong broker passcode")
         << "127.0.0.1" << qint64(-1) << QByteArray("wrong-passcode")
-        << QStringList { "refused the connection for broker user \"nuv\"",
-                         "User name [nuv] or password is invalid", "127.0.0.1:" };
+        << QStringList { "refused the connection for broker user \"nuvclient\"",
+                         "User name [nuvclient] or password is invalid", "127.0.0.1:" };
     QTest::newRow("no broker login")
         << "127.0.0.1" << qint64(-1) << QByteArray("-")
         << QStringList { "refused the connection", "No broker login is configured",
@@ -202,7 +202,7 @@ void BrokerOperationsTest::asyncMessage_data()
     QTest::addColumn<QString>("error");
     QTest::newRow("to the request queue") << requestQueue << QString();
     QTest::newRow("to a queue the broker refuses")
-        << QByteArray("/queue/elsewhere") << "refused it: User nuv is not authorized";
+        << QByteArray("/queue/elsewhere") << "refused it: User nuvclient is not authorized";
 }
 
 void BrokerOperationsTest::asyncMessage()

@@ -20,6 +20,9 @@ private slots:
     void receiptOfAFinishedCallIsForgotten();
     void unsolicitedQueueIsBounded_data();
     void unsolicitedQueueIsBounded();
+    void sessionTokenForm_data();
+    void sessionTokenForm();
+    void freshTokensHaveTheForm();
 
 private:
     static std::shared_ptr<Session> openSession(int unsolicitedLimit = 10000)
@@ -140,6 +143,39 @@ void SessionTest::unsolicitedQueueIsBounded()
     QString error;
     QCOMPARE(session->awaitUnsolicited(QDeadlineTimer(0), &none, &error),
              Session::Outcome::TimedOut);
+}
+
+void SessionTest::sessionTokenForm_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<bool>("valid");
+    QTest::newRow("32 lower-case digits") << QByteArray("0123456789abcdef0123456789abcdef") << true;
+    QTest::newRow("empty") << QByteArray() << false;
+    QTest::newRow("one digit") << QByteArray("0") << false;
+    QTest::newRow("31 digits") << QByteArray(31, 'f') << false;
+    QTest::newRow("33 digits") << QByteArray(33, 'f') << false;
+    QTest::newRow("64 digits (the embedded transport's)") << QByteArray(64, 'f') << false;
+    QTest::newRow("upper case") << QByteArray("0123456789ABCDEF0123456789abcdef") << false;
+    QTest::newRow("a g") << QByteArray("0123456789abcdeg0123456789abcdef") << false;
+    QTest::newRow("a space") << QByteArray("0123456789abcde 0123456789abcdef") << false;
+}
+
+void SessionTest::sessionTokenForm()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(bool, valid);
+    QCOMPARE(stomp::isSessionToken(text), valid);
+}
+
+void SessionTest::freshTokensHaveTheForm()
+{
+    QSet<QByteArray> seen;
+    for (int i = 0; i < 100; ++i) {
+        const QByteArray token = stomp::newSessionToken();
+        QVERIFY2(stomp::isSessionToken(token), token.constData());
+        seen.insert(token);
+    }
+    QCOMPARE(seen.size(), 100);
 }
 
 QTEST_GUILESS_MAIN(SessionTest)

@@ -4,14 +4,15 @@ docs/broker-protocol.md describes it: it takes requests from the request
 queue over STOMP 1.2 and answers each at its reply-to destination.
 
 It knows three commands: CFLOGIN (any password but "wrong"; binds the login
-to the connection's session token), CFDOCGETARCHIVES and CFDOCGETROLEUSERS.
+to the connection's session token and to the broker connection that sent
+it), CFDOCGETARCHIVES and CFDOCGETROLEUSERS.
 Any request whose session token has not logged in is refused, and so is any
 other command. It serves as a sample for other languages and as a test.
 
     NUV_BROKER_DIR=... activemq/tools/example_server.py [queue]
 
-It reads the broker's port and account from $NUV_BROKER_DIR/broker.env (as
-written by scripts/broker), prints "listening" once subscribed, and runs
+It reads the broker's port from $NUV_BROKER_DIR/broker.env and the servers'
+account from server.env there (as written by scripts/broker), prints "listening" once subscribed, and runs
 until the connection ends or it is terminated.
 """
 
@@ -195,16 +196,26 @@ def encode_message(message):
 
 # --- The server --------------------------------------------------------------
 
+def sender_connection(headers):
+    """The broker connection that sent a message: ActiveMQ's own message-id
+    is "<connection id>:<session>:<producer>:<sequence>", whatever the sender
+    wrote, so a copied token cannot be used from another connection."""
+    message_id = headers.get("message-id", "")
+    parts = message_id.rsplit(":", 3)
+    return parts[0] if message_id.startswith("ID:") and len(parts) == 4 else ""
+
+
 def answer(request, headers, sessions):
     token, user = headers.get("nuv-session-token", ""), headers.get("nuv-user", "")
+    session = (user, sender_connection(headers))
     command = request["command"]
     if command == "CFLOGIN":
         if request["dataList"][1:2] == ["wrong"]:
             return {"command": "ERROR", "hasErrorText": True, "errorText": "Wrong password"}
-        sessions[token] = user
+        sessions[token] = session
         return {"command": "OK", "data": [b"18.09-5"], "dataList": ["users"],
                 "docId": user, "availablePlugins": ["first entry"]}
-    if sessions.get(token) != user:
+    if not session[1] or sessions.get(token) != session:
         return {"command": "ERROR", "hasErrorText": True, "errorText": "Not logged in"}
     if command == "CFDOCGETARCHIVES":
         return {"command": "OK", "dataList": ["Archiv Python"]}
@@ -216,14 +227,16 @@ def answer(request, headers, sessions):
 def main():
     queue = sys.argv[1] if len(sys.argv) > 1 else "/queue/nuv.kesp.classify"
     env = {}
-    with open(os.path.join(os.environ["NUV_BROKER_DIR"], "broker.env")) as file:
-        for line in file:
-            name, _, value = line.strip().partition("=")
-            env[name] = value
+    # The broker's address, and the account that servers use.
+    for name in ("broker.env", "server.env"):
+        with open(os.path.join(os.environ["NUV_BROKER_DIR"], name)) as file:
+            for line in file:
+                name, _, value = line.strip().removeprefix("export ").partition("=")
+                env[name] = value
     connection = Connection(env["NUV_BROKER_HOST"], int(env["NUV_BROKER_STOMP_PORT"]))
     connection.send("CONNECT", [("accept-version", "1.2"), ("host", env["NUV_BROKER_HOST"]),
-                                ("login", env["NUV_BROKER_LOGIN"]),
-                                ("passcode", env["NUV_BROKER_PASSCODE"]),
+                                ("login", env["NUV_STOMP_LOGIN"]),
+                                ("passcode", env["NUV_STOMP_PASSCODE"]),
                                 ("heart-beat", "0,0")])
     command, headers, _ = connection.receive()
     if command != "CONNECTED":

@@ -1,5 +1,7 @@
 #include "serverprocess.h"
 
+#include "brokerenv.h"
+
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFile>
@@ -45,6 +47,11 @@ bool ServerProcess::start(int timeoutMs)
                        QString::number(QCoreApplication::applicationPid()));
     // Not on the command line, where a PostgreSQL URL's password would show.
     environment.insert(QStringLiteral("NUV_KESP_DATABASE"), database);
+    const stomp::BrokerEnv brokerFiles;
+    if (brokerFiles.ok())
+        brokerFiles.addServerAccount(&environment);
+    for (auto variable = variables.cbegin(); variable != variables.cend(); ++variable)
+        environment.insert(variable.key(), variable.value());
     process.setProcessEnvironment(environment);
     process.start(executable(),
                   QStringList { QStringLiteral("--name"), name, QStringLiteral("--broker"), broker }

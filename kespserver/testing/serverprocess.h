@@ -1,6 +1,7 @@
 #ifndef KESPSERVER_SERVERPROCESS_H
 #define KESPSERVER_SERVERPROCESS_H
 
+#include <QMap>
 #include <QProcess>
 #include <QString>
 
@@ -20,7 +21,10 @@ public:
                   const QString &logFile, const QStringList &extraArguments = {});
     ~ServerProcess();
 
-    // Starts it and waits until it serves the queue; false with the log.
+    // Overrides one variable of its environment (set before start()).
+    void setVariable(const QString &name, const QString &value) { variables.insert(name, value); }
+    // Starts it with the servers' broker account and waits until it serves
+    // the queue; false with the log.
     bool start(int timeoutMs = 20000);
     // Waits until the log has `text` at least `count` times.
     bool waitForLog(const QString &text, int count, int timeoutMs);
@@ -46,6 +50,7 @@ private:
     const QString broker;
     const QString logFile;
     const QStringList extraArguments;
+    QMap<QString, QString> variables;
 };
 
 } // namespace kesp

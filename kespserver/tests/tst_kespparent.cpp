@@ -64,6 +64,7 @@ void KespParent::endsWithItsParent()
     environment.insert(QStringLiteral("NUV_KESP_DATABASE"), space.database);
     environment.insert(QStringLiteral("NUV_KESP_BROKER"), kesptest::brokerAddress(broker));
     environment.insert(QStringLiteral("NUV_KESP_LOG"), log);
+    broker.addServerAccount(&environment);
     parent.setProcessEnvironment(environment);
     parent.start(QStringLiteral("/bin/sh"),
                  { QStringLiteral("-c"),
@@ -97,6 +98,7 @@ void KespParent::refusesToStartForAnotherParent()
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("NUV_KESP_EXIT_WITH_PARENT"), QStringLiteral("1"));
+    broker.addServerAccount(&environment);
     process.setProcessEnvironment(environment);
     process.start(kesp::ServerProcess::executable(),
                   { QStringLiteral("--database"), space.database, QStringLiteral("--broker"),

@@ -9,6 +9,7 @@
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
 #include "requestserver.h"
+#include "senderidentity.h"
 #include "serverprocess.h"
 #include "stomppeer.h"
 
@@ -25,6 +26,40 @@ private slots:
     void callerGoneBeforeTheReply();
     void expiredRequestIsDroppedUnanswered();
 };
+
+namespace {
+
+// The request `delivered` as the daemon runs it: with its token, under the
+// broker connection that sent it, keyed for redelivery.
+nuvMQClassifyMessage runAsTheServer(nuvserver::ServerEngine &engine, const stomp::Frame &delivered,
+                                    bool *replayed = nullptr)
+{
+    nuvMQClassifyMessage received;
+    received.convertFromBase64(QString::fromLatin1(delivered.body));
+    const nuvserver::Origin origin { QString::fromLatin1(delivered.header("nuv-session-token")),
+                                     kesp::senderConnection(delivered) };
+    return engine.handle(received, origin, kesp::requestKey(delivered), replayed);
+}
+
+// Plays the server for the next request on `peer`: runs it, answers and
+// acknowledges it.
+bool answerNext(stomp::Peer &peer, nuvserver::ServerEngine &engine)
+{
+    stomp::Frame delivered;
+    if (!peer.receive(&delivered, 20000) || delivered.command != "MESSAGE")
+        return false;
+    QString body;
+    runAsTheServer(engine, delivered).convertToBase64(body);
+    stomp::Frame answer("SEND");
+    answer.add("destination", delivered.header("reply-to"));
+    answer.add("correlation-id", delivered.header("correlation-id")).add("amq-msg-type", "text");
+    answer.body = body.toLatin1();
+    stomp::Frame ack("ACK");
+    ack.add("id", delivered.header("ack"));
+    return peer.send(answer) && peer.send(ack);
+}
+
+} // namespace
 
 void KespRedelivery::committedButUnacknowledgedIsReplayed()
 {
@@ -47,8 +82,9 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     QVERIFY(doomed.send(subscribe));
     QVERIFY2(doomed.awaitReceipt("doomed-subscribed", 10000), qPrintable(doomed.errorText()));
 
-    // The caller: logged in (its session bound to its token), then one
-    // request that waits for its answer on a thread of its own.
+    // The caller: logged in through the doomed server (its session bound to
+    // its token and its connection), then one request that waits for its
+    // answer on a thread of its own.
     const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
     QVERIFY(transport);
     QVERIFY2(transport->connectToBroker(broker.host(), broker.stompPort()),
@@ -57,8 +93,17 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     nuvMQClassifyMessage login;
     login.command = QStringLiteral("CFLOGIN");
     login.setDataList({ kesptest::user, kesptest::password, QString() });
-    QVERIFY(
-        !engine.handle(login, transport->getAuthToken()).command.contains(QLatin1String("ERROR")));
+    nuvMQClassifyMessage loggedIn;
+    bool loginAnswered = false;
+    std::thread loginCaller([&] {
+        loginAnswered = transport->sendSyncMessage(&login, &loggedIn, nuvClassifyMessageKind, 30, 0,
+                                                   QString(), nullptr);
+    });
+    const kesptest::JoinOnExit joinLogin { loginCaller };
+    QVERIFY2(answerNext(doomed, engine), qPrintable(doomed.errorText()));
+    loginCaller.join();
+    QVERIFY2(loginAnswered, qPrintable(transport->lastErrorText));
+    QVERIFY2(loggedIn.command != QLatin1String("ERROR"), qPrintable(loggedIn.errorText));
     nuvMQClassifyMessage request;
     request.command = QStringLiteral("CFADDCLIPBOARD");
     request.setDataList({ QStringLiteral("exactly once") });
@@ -76,12 +121,8 @@ void KespRedelivery::committedButUnacknowledgedIsReplayed()
     stomp::Frame delivered;
     QVERIFY2(doomed.receive(&delivered, 20000), qPrintable(doomed.errorText()));
     QCOMPARE(delivered.command, QByteArray("MESSAGE"));
-    nuvMQClassifyMessage received;
-    QVERIFY(received.convertFromBase64(QString::fromLatin1(delivered.body)));
     bool replayed = true;
-    const nuvMQClassifyMessage firstReply
-        = engine.handle(received, QString::fromUtf8(delivered.header("nuv-session-token")),
-                        kesp::requestKey(delivered), &replayed);
+    const nuvMQClassifyMessage firstReply = runAsTheServer(engine, delivered, &replayed);
     QVERIFY2(firstReply.command != QLatin1String("ERROR"), qPrintable(firstReply.errorText));
     QVERIFY(!replayed);
     doomed.close();

@@ -5,6 +5,8 @@
 #include "brokerlink.h"
 #include "fakebroker.h"
 #include "requestserver.h"
+#include "senderidentity.h"
+#include "serverconfig.h"
 
 #include <QtTest>
 
@@ -18,7 +20,95 @@ private slots:
     void expiry_data();
     void expiry();
     void beatsWaitingAfterALongRequestCount();
+    void senderConnection_data();
+    void senderConnection();
+    void closedConnection_data();
+    void closedConnection();
+    void connectionAdvisoriesSetting_data();
+    void connectionAdvisoriesSetting();
 };
+
+void KespRequests::connectionAdvisoriesSetting_data()
+{
+    QTest::addColumn<QString>("value"); // null: not set
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<bool>("followed");
+    QTest::newRow("not set: on") << QString() << true << true;
+    QTest::newRow("on") << "on" << true << true;
+    QTest::newRow("off") << "off" << true << false;
+    QTest::newRow("anything else") << "no" << false << false;
+}
+
+void KespRequests::connectionAdvisoriesSetting()
+{
+    QFETCH(QString, value);
+    QFETCH(bool, valid);
+    QFETCH(bool, followed);
+    QProcessEnvironment environment;
+    environment.insert(QStringLiteral("NUV_KESP_DATABASE"), QStringLiteral("kesp.db"));
+    if (!value.isNull())
+        environment.insert(QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES"), value);
+    kesp::ServerConfig config;
+    QString error;
+    QCOMPARE(kesp::parseConfig({ QStringLiteral("nuvkesp-server") }, environment, &config, &error),
+             valid);
+    if (valid)
+        QCOMPARE(config.connectionAdvisories, followed);
+    else
+        QCOMPARE(error,
+                 QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES must be on or off, not '%1' "
+                                "(from environment)")
+                     .arg(value));
+}
+
+void KespRequests::senderConnection_data()
+{
+    QTest::addColumn<QByteArray>("messageId");
+    QTest::addColumn<QString>("connection");
+    QTest::newRow("ActiveMQ over STOMP")
+        << QByteArray("ID:vm-44673-1795437021761-3:23:-1:1:7") << "ID:vm-44673-1795437021761-3:23";
+    QTest::newRow("a JMS session") << QByteArray("ID:host-1-2:5:3:1:12") << "ID:host-1-2:5";
+    QTest::newRow("no id") << QByteArray() << QString();
+    QTest::newRow("not ActiveMQ's") << QByteArray("m-17") << QString();
+    QTest::newRow("too few fields") << QByteArray("ID:1:2") << QString();
+    QTest::newRow("a word for a number") << QByteArray("ID:vm-1:2:-1:one:7") << QString();
+    QTest::newRow("empty sequence") << QByteArray("ID:vm-1:2:-1:1:") << QString();
+}
+
+void KespRequests::senderConnection()
+{
+    QFETCH(QByteArray, messageId);
+    QFETCH(QString, connection);
+    stomp::Frame message("MESSAGE");
+    if (!messageId.isEmpty())
+        message.add("message-id", messageId);
+    QCOMPARE(kesp::senderConnection(message), connection);
+}
+
+void KespRequests::closedConnection_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QString>("connection");
+    QTest::newRow("closed") << QByteArray(
+        R"({"RemoveInfo":{"commandId":0,"responseRequired":true,"objectId":)"
+        R"({"@class":"ConnectionId","value":"ID:vm-1-3:21"},"lastDeliveredSequenceId":-2}})")
+                            << "ID:vm-1-3:21";
+    QTest::newRow("opened") << QByteArray(
+        R"({"ConnectionInfo":{"connectionId":{"value":"ID:vm-1-3:23"},"userName":"c"}})")
+                            << QString();
+    QTest::newRow("a consumer removed")
+        << QByteArray(R"({"RemoveInfo":{"objectId":{"@class":"ConsumerId","value":"ID:x:1:1"}}})")
+        << QString();
+    QTest::newRow("not JSON") << QByteArray("<RemoveInfo/>") << QString();
+    QTest::newRow("empty") << QByteArray() << QString();
+}
+
+void KespRequests::closedConnection()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(QString, connection);
+    QCOMPARE(kesp::closedConnection(body), connection);
+}
 
 void KespRequests::key_data()
 {

@@ -166,13 +166,11 @@ void KespSession::brokerPasscodeNeverLogged()
     // Refused by the broker: the instance logs why and gives up (exit status
     // and message: tst_kespstart), and the passcode it offered appears
     // nowhere in its log.
-    const QByteArray rightPasscode = qgetenv("NUV_STOMP_PASSCODE");
-    qputenv("NUV_STOMP_PASSCODE", "wrong-pass-7");
     kesp::ServerProcess refused(QStringLiteral("refused"), space.database,
                                 kesptest::brokerAddress(broker),
                                 space.path(QStringLiteral("refused.log")));
+    refused.setVariable(QStringLiteral("NUV_STOMP_PASSCODE"), QStringLiteral("wrong-pass-7"));
     const bool served = refused.start(3000);
-    qputenv("NUV_STOMP_PASSCODE", rightPasscode);
     QVERIFY2(!served, qPrintable(refused.log()));
     QVERIFY2(refused.waitForLog(QStringLiteral("giving up"), 1, 20000), qPrintable(refused.log()));
     QVERIFY2(refused.log().contains(QLatin1String("refused the connection")),

@@ -103,6 +103,8 @@ KespStart::Outcome KespStart::run(const QStringList &arguments,
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(QStringLiteral("NUV_KESP_EXIT_WITH_PARENT"),
                        QString::number(QCoreApplication::applicationPid()));
+    // A server logs in with the servers' account, as it would in production.
+    broker.addServerAccount(&environment);
     for (auto it = variables.constBegin(); it != variables.constEnd(); ++it)
         environment.insert(it.key(), it.value());
     process.setProcessEnvironment(environment);
@@ -316,7 +318,7 @@ void KespStart::refusesRefusedAccount()
         = run({ QStringLiteral("--database"), space.database, QStringLiteral("--broker"),
                 kesptest::brokerAddress(broker) },
               { { QStringLiteral("NUV_STOMP_PASSCODE"), QStringLiteral("not-the-password") } });
-    QCOMPARE(outcome.status, int(kesp::ExitBrokerRefused));
+    QVERIFY2(outcome.status == int(kesp::ExitBrokerRefused), qPrintable(outcome.output));
     QVERIFY2(outcome.output.contains(QLatin1String("refused the connection")),
              qPrintable(outcome.output));
     QVERIFY2(!outcome.output.contains(QLatin1String("not-the-password")),
@@ -342,7 +344,7 @@ void KespStart::refusesAnotherDatabaseOnTheQueue()
     const Outcome outcome = run({ QStringLiteral("--database"), other, QStringLiteral("--name"),
                                   QStringLiteral("second"), QStringLiteral("--broker"),
                                   kesptest::brokerAddress(broker) });
-    QCOMPARE(outcome.status, int(kesp::ExitOtherDatabase));
+    QVERIFY2(outcome.status == int(kesp::ExitOtherDatabase), qPrintable(outcome.output));
     QVERIFY2(outcome.output.contains(QLatin1String("instances on one request queue must serve "
                                                    "one database")),
              qPrintable(outcome.output));
