@@ -177,8 +177,9 @@ bool Settings::loadFile(const QString &path, QString *error)
 void Settings::takeEnvironment(const QProcessEnvironment &environment)
 {
     for (const SettingKey &key : settingKeys()) {
+        // An empty variable counts as unset, as it always has.
         const QString name = QLatin1String(key.variable);
-        if (environment.contains(name))
+        if (!environment.value(name).isEmpty())
             values.insert(name, { environment.value(name), QStringLiteral("environment") });
     }
 }

@@ -40,7 +40,7 @@ public:
     // error naming the file and line of an unknown key or a bad value, and
     // for a file that holds a secret but can be read by anyone.
     bool loadFile(const QString &path, QString *error);
-    // Takes the known variables of `environment`.
+    // Takes the known variables of `environment` that are not empty.
     void takeEnvironment(const QProcessEnvironment &environment);
     void takeOption(const char *variable, const QString &value);
     // Checks every value against its kind; the error names its source.

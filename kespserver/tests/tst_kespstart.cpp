@@ -196,14 +196,14 @@ void KespStart::settingPrecedence_data()
     QTest::addColumn<QString>("fromOption");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("default") << ""
-                             << ""
-                             << ""
-                             << "NUV_KESP_PREFETCH = 1  # default";
-    QTest::newRow("file") << "4"
-                          << ""
-                          << ""
-                          << "NUV_KESP_PREFETCH = 4  # %1:2";
+    QTest::newRow("default; the variable empty") << ""
+                                                 << ""
+                                                 << ""
+                                                 << "NUV_KESP_PREFETCH = 1  # default";
+    QTest::newRow("file; the variable empty") << "4"
+                                              << ""
+                                              << ""
+                                              << "NUV_KESP_PREFETCH = 4  # %1:2";
     QTest::newRow("variable over file") << "4"
                                         << "5"
                                         << ""
@@ -225,8 +225,7 @@ void KespStart::settingPrecedence()
         text += QStringLiteral("NUV_KESP_PREFETCH=%1\n").arg(fromFile);
     const QString path = writeFile(QStringLiteral("precedence.conf"), text, ownerOnly());
     QMap<QString, QString> variables;
-    if (!fromVariable.isEmpty())
-        variables.insert(QStringLiteral("NUV_KESP_PREFETCH"), fromVariable);
+    variables.insert(QStringLiteral("NUV_KESP_PREFETCH"), fromVariable);
     QStringList arguments { QStringLiteral("--config"), path, QStringLiteral("--print-config") };
     if (!fromOption.isEmpty())
         arguments << QStringLiteral("--prefetch") << fromOption;
