@@ -31,6 +31,7 @@ private slots:
     void refusesDatabase_data();
     void refusesDatabase();
     void initCreatesPrivateDatabase();
+    void migratesOlderSchema();
     void refusesRefusedAccount();
     void refusesAnotherDatabaseOnTheQueue();
     void statusAndMetrics();
@@ -309,6 +310,51 @@ void KespStart::initCreatesPrivateDatabase()
     QVERIFY2(migrate.output.contains(
                  QStringLiteral("already has schema %1").arg(nuvserver::schemaVersion)),
              qPrintable(migrate.output));
+}
+
+void KespStart::migratesOlderSchema()
+{
+    // A database as the previous schema left it.
+    const QString database = space.path(QStringLiteral("older/kesp.db"));
+    QVERIFY(QDir().mkpath(QFileInfo(database).absolutePath()));
+    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(database);
+    options.pbkdf2Iterations = 1000;
+    QString error;
+    QVERIFY2(nuvserver::ServerEngine::initialiseDatabase(options, kesptest::user,
+                                                         kesptest::password,
+                                                         QStringLiteral("Administrator"), &error),
+             qPrintable(error));
+    QCOMPARE(nuvserver::schemaVersion, 2);
+    for (const char *statement :
+         { "DROP INDEX sessions_by_connection", "ALTER TABLE sessions DROP COLUMN connection",
+           "PRAGMA user_version = 1" })
+        testdatabase::queryOnce(database, QLatin1String(statement));
+
+    const QStringList serve { QStringLiteral("--database"), database, QStringLiteral("--broker"),
+                              kesptest::brokerAddress(broker) };
+    const Outcome refused = run(serve);
+    QVERIFY2(refused.status == int(kesp::ExitSchemaOlder), qPrintable(refused.output));
+    QVERIFY2(refused.output.contains(QLatin1String("has schema 1, older than this server's 2"))
+                 && refused.output.contains(QLatin1String("run: nuvkesp-server migrate")),
+             qPrintable(refused.output));
+
+    const Outcome migrated
+        = run({ QStringLiteral("migrate"), QStringLiteral("--database"), database });
+    QVERIFY2(migrated.status == int(kesp::ExitOk), qPrintable(migrated.output));
+    const QRegularExpression said(QStringLiteral("from schema 1 to 2 \\(backup: (.+)\\)"));
+    const QRegularExpressionMatch match = said.match(migrated.output);
+    QVERIFY2(match.hasMatch(), qPrintable(migrated.output));
+    const QString backup = match.captured(1);
+    QCOMPARE(QFileInfo(backup).absolutePath(), QFileInfo(database).absolutePath());
+    QCOMPARE(modeOf(backup), 0600);
+    QCOMPARE(testdatabase::queryOnce(backup, QStringLiteral("PRAGMA user_version")).toInt(), 1);
+    QCOMPARE(testdatabase::queryOnce(database, QStringLiteral("PRAGMA user_version")).toInt(), 2);
+
+    kesp::ServerProcess server(QStringLiteral("migrated"), database,
+                               kesptest::brokerAddress(broker),
+                               space.path(QStringLiteral("migrated.log")));
+    QVERIFY2(server.start(), qPrintable(server.log()));
+    QVERIFY(server.stop());
 }
 
 void KespStart::refusesRefusedAccount()
