@@ -3,6 +3,7 @@
 #include "call.h"
 #include "describe.h"
 #include "init.h"
+#include "installlayout.h"
 #include "options.h"
 #include "output.h"
 #include "scriptrunner.h"
@@ -56,7 +57,7 @@ int run(const QStringList &arguments, Console &console)
 
     const QString command = options.words.value(0);
     if (options.version) {
-        console.out << "nuvclassify " << NUV_CLI_VERSION << '\n';
+        console.out << "nuvclassify " << nuvlayout::version() << '\n';
         return ExitOk;
     }
     if (options.help || (command.isEmpty() && options.scriptFile.isEmpty())) {

@@ -1,26 +1,14 @@
 #include "options.h"
 
+#include "installlayout.h"
+
 #include <QCommandLineParser>
-#include <QCoreApplication>
 #include <QDir>
-#include <QFileInfo>
 #include <QStandardPaths>
 
 namespace nuvcli {
 
 namespace {
-
-const QString transportFile = QStringLiteral("libnuvactivemqclient.so");
-
-// The first candidate that exists, else the last one (so that an error
-// names the build-tree location).
-QString firstExisting(const QStringList &candidates, const QString &probe = QString())
-{
-    for (const QString &candidate : candidates)
-        if (QFileInfo::exists(probe.isEmpty() ? candidate : candidate + QLatin1Char('/') + probe))
-            return QDir::cleanPath(candidate);
-    return QDir::cleanPath(candidates.last());
-}
 
 QList<QCommandLineOption> optionList()
 {
@@ -92,22 +80,13 @@ bool parseBroker(const QString &text, Options *options, QString *error)
 
 QString defaultPluginFile()
 {
-    const QString appDir = QCoreApplication::applicationDirPath();
-    return firstExisting({ appDir + QStringLiteral("/libnuvclassifyclient.so"),
-                           appDir + QStringLiteral("/../plugins/libnuvclassifyclient.so"),
-                           QStringLiteral(NUV_CLI_BUILD_PLUGIN_FILE) });
+    return nuvlayout::classifyPluginFile();
 }
 
 QString defaultTransportDir(TransportMode mode)
 {
-    const QString appDir = QCoreApplication::applicationDirPath();
-    if (mode == TransportMode::Embedded)
-        return firstExisting(
-            { appDir + QStringLiteral("/../embedded"), QStringLiteral(NUV_CLI_BUILD_EMBEDDED_DIR) },
-            transportFile);
-    return firstExisting({ appDir + QStringLiteral("/../plugins"), appDir,
-                           QStringLiteral(NUV_CLI_BUILD_PLUGIN_DIR) },
-                         transportFile);
+    return mode == TransportMode::Embedded ? nuvlayout::embeddedTransportDirectory()
+                                           : nuvlayout::stompTransportDirectory();
 }
 
 QString defaultDatabase()

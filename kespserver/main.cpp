@@ -2,6 +2,7 @@
 // docs/server-operations.md.
 
 #include "exitstatus.h"
+#include "installlayout.h"
 #include "operatorcommands.h"
 #include "requestserver.h"
 #include "schema.h"
@@ -67,7 +68,6 @@ int main(int argc, char **argv)
     umask(077);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("nuvkesp-server"));
-    QCoreApplication::setApplicationVersion(QStringLiteral(NUV_KESP_VERSION));
 
     kesp::ServerConfig config;
     QString error;
@@ -88,7 +88,7 @@ int main(int argc, char **argv)
     case Command::Version:
         print(stdout,
               QStringLiteral("nuvkesp-server %1 (database schema %2)\n")
-                  .arg(QCoreApplication::applicationVersion())
+                  .arg(nuvlayout::version())
                   .arg(nuvserver::schemaVersion));
         return kesp::ExitOk;
     case Command::PrintConfig:

@@ -1,10 +1,10 @@
 #include "brokerenv.h"
 
+#include "installlayout.h"
 #include "nuvmqclientinterface.h"
 
 #include <QFile>
 #include <QPluginLoader>
-#include <QProcess>
 
 #include <mutex>
 
@@ -84,19 +84,9 @@ void BrokerEnv::exportCredentials() const
     qputenv("NUV_STOMP_PASSCODE", passcode().toUtf8());
 }
 
-bool BrokerEnv::script(const QString &action, QString *output, int timeoutMs)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(QStringLiteral(NUV_BROKER_SCRIPT), { action });
-    const bool finished = process.waitForFinished(timeoutMs);
-    *output = QString::fromUtf8(process.readAll());
-    return finished && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-}
-
 QString BrokerEnv::pluginDir()
 {
-    return QStringLiteral(NUV_PLUGIN_DIR);
+    return nuvlayout::stompTransportDirectory();
 }
 
 nuvMQClientInterface *transportRoot()

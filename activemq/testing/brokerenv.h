@@ -51,7 +51,7 @@ public:
 
     // Runs scripts/broker with the same state directory; false with output.
     static bool script(const QString &action, QString *output, int timeoutMs = 120000);
-    // The directory the transport plugin is built into.
+    // The directory of the STOMP transport plugin, beside the program's own.
     static QString pluginDir();
 
     // ActiveMQ answers a refused login with an ERROR frame and closes the

@@ -12,6 +12,7 @@
 
 #include "brokerenv.h"
 #include "classifyinterface.h"
+#include "installlayout.h"
 #include "nuvmqclientinterface.h"
 #include "responder.h"
 
@@ -140,6 +141,10 @@ int main(int argc, char *argv[])
     QTextStream out(stdout);
     QTextStream err(stderr);
     QStringList args = app.arguments();
+    if (args.contains(QStringLiteral("--version"))) {
+        out << "nuvstomprtt " << nuvlayout::version() << "\n";
+        return 0;
+    }
     const bool json = args.removeAll(QStringLiteral("--json")) > 0;
     const int count = args.size() > 1 ? args.at(1).toInt() : 2000;
     const int warmUp = args.size() > 2 ? args.at(2).toInt() : 200;
@@ -180,7 +185,7 @@ int main(int argc, char *argv[])
     }
     nuvMQClassifyMessage reply;
 
-    QPluginLoader loader(QStringLiteral(NUV_CLASSIFY_PLUGIN_FILE));
+    QPluginLoader loader(nuvlayout::classifyPluginFile());
     auto *root = qobject_cast<ClassifyInterface *>(loader.instance());
     if (!root) {
         err << "nuvstomprtt: " << loader.errorString() << "\n";

@@ -1,6 +1,7 @@
 #include "serverprocess.h"
 
 #include "brokerenv.h"
+#include "installlayout.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -31,7 +32,7 @@ ServerProcess::~ServerProcess()
 
 QString ServerProcess::executable()
 {
-    return QStringLiteral(NUV_KESP_SERVER);
+    return nuvlayout::serverProgram();
 }
 
 bool ServerProcess::start(int timeoutMs)

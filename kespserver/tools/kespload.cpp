@@ -16,6 +16,7 @@
 
 #include "brokerenv.h"
 #include "classifyinterface.h"
+#include "installlayout.h"
 #include "loadclient.h"
 #include "scratchdatabase.h"
 #include "serverengine.h"
@@ -83,7 +84,7 @@ int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, bool jso
     Servers servers;
     if (!servers.start(broker, 1))
         return 1;
-    QPluginLoader loader(QStringLiteral(NUV_CLASSIFY_PLUGIN_FILE));
+    QPluginLoader loader(nuvlayout::classifyPluginFile());
     auto *root = qobject_cast<ClassifyInterface *>(loader.instance());
     if (!root) {
         std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(loader.errorString()));
@@ -170,6 +171,10 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QStringList args = QCoreApplication::arguments();
+    if (args.contains(QStringLiteral("--version"))) {
+        std::printf("nuvkespload %s\n", qPrintable(nuvlayout::version()));
+        return 0;
+    }
     const bool json = args.removeAll(QStringLiteral("--json")) > 0;
     const bool roles = args.removeAll(QStringLiteral("--roles")) > 0;
 
