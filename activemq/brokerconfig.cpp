@@ -82,17 +82,8 @@ private:
 
 bool parseBool(const Value &value, bool *out, QString *error)
 {
-    const QString text = value.text.trimmed().toLower();
-    if (text == QLatin1String("1") || text == QLatin1String("true") || text == QLatin1String("yes")
-        || text == QLatin1String("on")) {
-        *out = true;
+    if (parseFlag(value.text, out))
         return true;
-    }
-    if (text == QLatin1String("0") || text == QLatin1String("false") || text == QLatin1String("no")
-        || text == QLatin1String("off")) {
-        *out = false;
-        return true;
-    }
     *error = QStringLiteral("Invalid transport configuration: %1 is \"%2\"; expected 1 or 0.")
                  .arg(value.source, value.text);
     return false;
@@ -130,6 +121,22 @@ bool fitsConnectHeader(const Value &value, bool secret, QString *error)
 }
 
 } // namespace
+
+bool parseFlag(const QString &text, bool *value)
+{
+    const QString word = text.trimmed().toLower();
+    if (word == QLatin1String("1") || word == QLatin1String("true") || word == QLatin1String("yes")
+        || word == QLatin1String("on")) {
+        *value = true;
+        return true;
+    }
+    if (word == QLatin1String("0") || word == QLatin1String("false") || word == QLatin1String("no")
+        || word == QLatin1String("off")) {
+        *value = false;
+        return true;
+    }
+    return false;
+}
 
 QString BrokerAddress::label() const
 {

@@ -53,6 +53,9 @@ struct BrokerAddress
 
 using Environment = QMap<QString, QString>;
 
+// A switch as the settings write it: 1/true/yes/on or 0/false/no/off.
+bool parseFlag(const QString &text, bool *value);
+
 // The process environment's NUV_STOMP_* variables.
 Environment stompEnvironment();
 // The default INI file: beside the library that holds this code.

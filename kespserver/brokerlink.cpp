@@ -41,6 +41,7 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     parser = stomp::Parser();
     held.clear();
     error.clear();
+    refused = false;
     const int limit = qMax(1, settings.connectTimeoutMs);
     if (address.tls) {
         auto ssl = std::make_unique<QSslSocket>();
@@ -80,6 +81,7 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
                         : error);
     if (answer.command != "CONNECTED") {
         // Never the passcode: only the broker's message and the user name.
+        refused = answer.command == "ERROR";
         return fail(
             QStringLiteral("The message broker at %1 refused the connection for broker "
                            "user \"%2\": %3")
@@ -123,9 +125,12 @@ bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
         }
         if (frame.command == "RECEIPT" && frame.header("receipt-id") == receiptId)
             return true;
-        if (frame.command == "ERROR")
+        if (frame.command == "ERROR") {
+            // ActiveMQ's words for a destination the account may not use.
+            refused = frame.header("message").contains("not authorized");
             return fail(QStringLiteral("The message broker at %1 refused: %2")
                             .arg(where.label(), QString::fromUtf8(frame.header("message"))));
+        }
         // Messages of an earlier subscription may come first; they wait
         // for the next receive().
         if (frame.command == "MESSAGE")

@@ -55,6 +55,9 @@ public:
 
     bool isOpen() const;
     QString errorText() const { return error; }
+    // Whether the last failure was the broker refusing the account (its
+    // credentials, or its rights on a destination): trying again will not help.
+    bool wasRefused() const { return refused; }
     QString label() const { return where.label(); }
 
 private:
@@ -70,6 +73,7 @@ private:
     stomp::BrokerAddress where;
     stomp::BrokerSettings settings;
     QString error;
+    bool refused = false;
     QElapsedTimer lastRead;
     QElapsedTimer lastWrite;
     int sendEveryMs = 0;

@@ -2,16 +2,21 @@
 // nuvkesp-server: the classify server on the message broker. See
 // docs/server-operations.md.
 
+#include "exitstatus.h"
 #include "installlayout.h"
+#include "operatorcommands.h"
 #include "requestserver.h"
+#include "schema.h"
 #include "serverconfig.h"
 #include "serverengine.h"
+#include "statuscheck.h"
 
 #include <QCoreApplication>
 
 #include <csignal>
 #include <cstdio>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -34,10 +39,10 @@ void install(int signal, void (*handler)(int))
     sigaction(signal, &action, nullptr);
 }
 
-void print(const QString &text)
+void print(std::FILE *stream, const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stderr);
+    std::fwrite(bytes.constData(), 1, size_t(bytes.size()), stream);
 }
 
 } // namespace
@@ -58,7 +63,10 @@ bool followParent()
 int main(int argc, char **argv)
 {
     if (!followParent())
-        return 1;
+        return kesp::ExitFailed;
+    // The database, its backups and journals hold password hashes: nothing
+    // this process creates is for other users.
+    umask(077);
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("nuvkesp-server"));
 
@@ -66,24 +74,40 @@ int main(int argc, char **argv)
     QString error;
     if (!kesp::parseConfig(QCoreApplication::arguments(), QProcessEnvironment::systemEnvironment(),
                            &config, &error)) {
-        print(QStringLiteral("nuvkesp-server: %1 (try --help)\n").arg(error));
-        return 2;
+        kesp::complain(QStringLiteral("%1 (try --help)").arg(error));
+        return kesp::ExitConfiguration;
     }
-    if (config.help) {
-        std::fwrite(config.helpText.toUtf8().constData(), 1,
-                    size_t(config.helpText.toUtf8().size()), stdout);
-        return 0;
-    }
-    if (config.version) {
-        std::printf("nuvkesp-server %s\n", qPrintable(nuvlayout::version()));
-        return 0;
+    // The engine reads its settings from the environment; the file's values
+    // join it here (variables already set keep theirs).
+    config.sources.exportToEnvironment(QStringLiteral("NUV_SERVER_"));
+
+    using Command = kesp::ServerConfig::Command;
+    switch (config.command) {
+    case Command::Help:
+        print(stdout, config.helpText);
+        return kesp::ExitOk;
+    case Command::Version:
+        print(stdout,
+              QStringLiteral("nuvkesp-server %1 (database schema %2)\n")
+                  .arg(nuvlayout::version())
+                  .arg(nuvserver::schemaVersion));
+        return kesp::ExitOk;
+    case Command::PrintConfig:
+        return kesp::printConfig(config);
+    case Command::Status:
+        return kesp::queryStatus(config);
+    case Command::Init:
+        return kesp::initDatabase(config);
+    case Command::Migrate:
+        return kesp::migrateDatabase(config);
+    case Command::Serve:
+        break;
     }
 
     nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(config.database));
-    if (!engine.open(&error)) {
-        print(QStringLiteral("nuvkesp-server: cannot open the database: %1\n").arg(error));
-        return 1;
-    }
+    QString databaseId;
+    if (const int status = kesp::openForServing(config, engine, &databaseId))
+        return status;
     install(SIGTERM, onStop);
     install(SIGINT, onStop);
     install(SIGUSR1, onStatus);
@@ -91,5 +115,11 @@ int main(int argc, char **argv)
     install(SIGPIPE, SIG_IGN);
 
     kesp::RequestServer server(config, engine);
+    if (config.peerCheckMs > 0)
+        server.checkPeers(databaseId);
+    if (!server.startMetrics(&error)) {
+        kesp::complain(error);
+        return kesp::ExitConfiguration;
+    }
     return server.run();
 }

@@ -2,6 +2,7 @@
 #include "requestserver.h"
 
 #include "base64text.h"
+#include "exitstatus.h"
 #include "logtext.h"
 #include "records.h"
 #include "senderidentity.h"
@@ -12,6 +13,7 @@
 #include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QThread>
+#include <QUuid>
 
 #include <cstdio>
 
@@ -87,6 +89,7 @@ void RequestServer::log(int level, const QString &line) const
 
 void RequestServer::pollSignals()
 {
+    notifier.alive();
     if (statusRequested) {
         statusRequested = 0;
         log(0, counters.statusLine());
@@ -107,8 +110,10 @@ void RequestServer::runOnWorker(const std::function<void()> &job)
     worker.start(job);
     // The engine works; this thread keeps the broker connection alive. The
     // wait ends as soon as the job does, so a reply never waits for a pump.
-    while (!worker.wait(20))
+    while (!worker.wait(20)) {
         link.pump(0);
+        notifier.alive();
+    }
 }
 
 void RequestServer::pruneRecords()
@@ -138,41 +143,153 @@ void RequestServer::connectionClosed(const stomp::Frame &advisory)
     log(2, QStringLiteral("connection %1 closed; its sessions ended").arg(connection));
 }
 
-bool RequestServer::connectOnce(QString *why)
+RequestServer::Connection RequestServer::connectOnce(QString *why)
 {
-    if (!link.open(config.broker, config.settings)
-        || !link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(),
-                           config.prefetch)) {
+    const auto failed = [&] {
         *why = link.errorText();
+        const bool refused = link.wasRefused();
         link.abort();
-        return false;
+        return refused ? Connection::Refused : Connection::Failed;
+    };
+    if (!link.open(config.broker, config.settings))
+        return failed();
+    if (peers) {
+        const Connection met = meetPeers();
+        if (met != Connection::Serving) {
+            *why = link.errorText();
+            return met;
+        }
     }
+    if (!link.subscribe(subscriptionId, config.settings.requestQueue.toUtf8(), config.prefetch))
+        return failed();
     if (config.connectionAdvisories && !subscribeToConnectionAdvisories(link)) {
+        const Connection result = failed();
         *why = QStringLiteral("cannot follow the broker's connection advisories (%1): %2; the "
                               "server's broker account needs read access to them, and the broker "
                               "XStream and Jettison on its class path (or set "
                               "NUV_KESP_CONNECTION_ADVISORIES=off)")
-                   .arg(QLatin1String(connectionAdvisoryTopic), link.errorText());
-        link.abort();
-        return false;
+                   .arg(QLatin1String(connectionAdvisoryTopic), *why);
+        return result;
     }
     counters.connected(link.label());
+    const QString serving = QStringLiteral("serving %1 at %2 (prefetch %3)")
+                                .arg(config.settings.requestQueue, link.label())
+                                .arg(config.prefetch);
+    log(0, serving);
+    notifier.ready(serving);
+    return Connection::Serving;
+}
+
+void RequestServer::checkPeers(const QString &databaseId)
+{
+    // The name alone may repeat (two hosts, one configuration); the answer
+    // must reach this very instance.
+    const QString instance
+        = config.name + QLatin1Char('/') + QUuid::createUuid().toString(QUuid::WithoutBraces);
+    peers = std::make_unique<PeerCheck>(config.settings.requestQueue, instance, databaseId);
+}
+
+RequestServer::Connection RequestServer::meetPeers()
+{
+    stomp::Frame subscribe("SUBSCRIBE");
+    subscribe.add("id", PeerCheck::subscriptionId).add("destination", peers->topic());
+    subscribe.add("ack", "auto");
+    if (!link.subscribe(subscribe) || !link.send(peers->announcement())) {
+        link.abort();
+        return link.wasRefused() ? Connection::Refused : Connection::Failed;
+    }
+    const QDeadlineTimer deadline(config.peerCheckMs);
+    stomp::Frame frame;
+    while (!deadline.hasExpired() && !stopRequested) {
+        if (!link.receive(&frame, int(qMin<qint64>(pollMs, deadline.remainingTime())))) {
+            if (!link.isOpen())
+                return Connection::Failed;
+            continue;
+        }
+        if (frame.command != "MESSAGE" || frame.header("subscription") != PeerCheck::subscriptionId)
+            continue;
+        if (peers->judge(frame) == PeerCheck::Verdict::Conflict) {
+            log(0,
+                QStringLiteral("instance %1 on %2 serves the database %3, this instance the "
+                               "database %4; instances on one request queue must serve one "
+                               "database, so this one does not start (check --database)")
+                    .arg(peers->otherInstance(), config.settings.requestQueue,
+                         peers->otherDatabase(), peers->ownDatabase()));
+            link.close(3000);
+            return Connection::OtherDatabase;
+        }
+        answerPeer(frame);
+    }
+    return Connection::Serving;
+}
+
+void RequestServer::answerPeer(const stomp::Frame &message)
+{
+    if (peers->judge(message) != PeerCheck::Verdict::Answer)
+        return;
     log(0,
-        QStringLiteral("serving %1 at %2 (prefetch %3)")
-            .arg(config.settings.requestQueue, link.label())
-            .arg(config.prefetch));
+        QStringLiteral("instance %1 tries to serve this queue with the database %2; told it "
+                       "that this one serves another")
+            .arg(peers->otherInstance(), peers->otherDatabase()));
+    link.send(peers->answer());
+}
+
+bool RequestServer::startMetrics(QString *error)
+{
+    if (config.metricsHost.isEmpty())
+        return true;
+    metrics = std::make_unique<MetricsServer>(
+        [this](const QByteArray &path, int *status) { return metricsPage(path, status); });
+    if (!metrics->start(config.metricsHost, config.metricsPort, error))
+        return false;
+    log(0,
+        QStringLiteral("metrics at http://%1:%2/metrics")
+            .arg(config.metricsHost.contains(QLatin1Char(':'))
+                     ? QStringLiteral("[%1]").arg(config.metricsHost)
+                     : config.metricsHost)
+            .arg(metrics->port()));
     return true;
+}
+
+QByteArray RequestServer::metricsPage(const QByteArray &path, int *status) const
+{
+    if (path == "/metrics") {
+        *status = 200;
+        return counters.prometheusText();
+    }
+    if (path == "/status") {
+        // Health: 200 only while the instance takes requests.
+        *status = counters.isConnected() ? 200 : 503;
+        return (config.name + QStringLiteral(" ") + counters.statusLine() + QLatin1Char('\n'))
+            .toUtf8();
+    }
+    *status = 404;
+    return "not found; try /metrics or /status\n";
 }
 
 int RequestServer::run()
 {
     pruneRecords();
     int backoff = config.firstBackoffMs;
+    int status = ExitOk;
     while (!stopRequested) {
         pollSignals();
         QString why;
-        if (!connectOnce(&why)) {
+        const Connection connection = connectOnce(&why);
+        if (connection == Connection::Refused) {
+            // Wrong credentials or rights stay wrong: a service that retried
+            // for ever would look healthy while serving nothing.
+            log(0, why + QStringLiteral("; giving up (fix the broker account)"));
+            status = ExitBrokerRefused;
+            break;
+        }
+        if (connection == Connection::OtherDatabase) {
+            status = ExitOtherDatabase;
+            break;
+        }
+        if (connection == Connection::Failed) {
             log(0, QStringLiteral("%1; trying again in %2 ms").arg(why).arg(backoff));
+            notifier.status(QStringLiteral("not connected: %1").arg(why));
             pause(backoff);
             backoff = qMin(config.maxBackoffMs, backoff * 2);
             continue;
@@ -181,8 +298,9 @@ int RequestServer::run()
         serveConnection();
         counters.disconnected();
     }
+    notifier.stopping();
     log(0, QStringLiteral("stopped; ") + counters.statusLine());
-    return 0;
+    return status;
 }
 
 void RequestServer::serveConnection()
@@ -202,6 +320,9 @@ void RequestServer::serveConnection()
         }
         if (frame.command == "MESSAGE" && frame.header("subscription") == advisorySubscriptionId) {
             connectionClosed(frame);
+        } else if (frame.command == "MESSAGE" && peers
+                   && frame.header("subscription") == PeerCheck::subscriptionId) {
+            answerPeer(frame);
         } else if (frame.command == "MESSAGE") {
             if (serve(frame) == Outcome::Lost) {
                 log(0, link.errorText());
@@ -218,6 +339,7 @@ void RequestServer::serveConnection()
     }
     // Whatever the broker prefetched for us and we did not acknowledge goes
     // back to the queue when we disconnect.
+    notifier.stopping();
     link.close(3000);
     log(0, QStringLiteral("disconnected from the broker"));
 }

@@ -4,14 +4,18 @@
 
 #include "brokerlink.h"
 #include "engineworker.h"
+#include "metrics.h"
 #include "nuvmqclassifymessage.h"
+#include "peercheck.h"
 #include "serverconfig.h"
 #include "servercounters.h"
+#include "systemdnotify.h"
 
 #include <QElapsedTimer>
 
 #include <csignal>
 #include <functional>
+#include <memory>
 
 namespace nuvserver {
 class ServerEngine;
@@ -50,7 +54,15 @@ class RequestServer
 public:
     RequestServer(const ServerConfig &config, nuvserver::ServerEngine &engine);
 
-    // Serves until stopRequested is set; returns the process exit code.
+    // Announces `databaseId` to the other instances on the queue before
+    // serving, and refuses to serve beside instances on another database.
+    void checkPeers(const QString &databaseId);
+    // Serves counters and health on the configured metrics address; false
+    // with `error` when it cannot listen there.
+    bool startMetrics(QString *error);
+
+    // Serves until stopRequested is set, or a permanent failure; returns
+    // the process exit status (exitstatus.h).
     int run();
 
     // Set from signal handlers; polled between frames.
@@ -59,8 +71,12 @@ public:
 
 private:
     enum class Outcome { Served, Lost };
+    enum class Connection { Serving, Failed, Refused, OtherDatabase };
 
-    bool connectOnce(QString *why);
+    Connection connectOnce(QString *why);
+    Connection meetPeers();
+    void answerPeer(const stomp::Frame &message);
+    QByteArray metricsPage(const QByteArray &path, int *status) const;
     void serveConnection();
     Outcome serve(const stomp::Frame &message);
     void pause(int ms);
@@ -79,6 +95,9 @@ private:
     EngineWorker worker;
     ServerCounters counters;
     QElapsedTimer sincePrune;
+    SystemdNotifier notifier;
+    std::unique_ptr<PeerCheck> peers;
+    std::unique_ptr<MetricsServer> metrics;
     QElapsedTimer sinceSweep;
 };
 

@@ -3,6 +3,7 @@
 #define KESPSERVER_SERVERCONFIG_H
 
 #include "brokerconfig.h"
+#include "configfile.h"
 
 #include <QProcessEnvironment>
 #include <QString>
@@ -11,13 +12,17 @@
 namespace kesp {
 
 /*
- * What nuvkesp-server is told at start: the broker (address from an option,
- * account, TLS and queue from the NUV_STOMP_* variables or the INI file
- * exactly as the client transport reads them), the database, and how it
- * serves and logs. Options win over NUV_KESP_* variables.
+ * What nuvkesp-server is told at start: what to do (serve, or one of the
+ * operator's commands), the broker (address, account, TLS and queue), the
+ * database, and how it serves and logs. Every setting comes from an option,
+ * a variable or the configuration file (configfile.h), in that order.
  */
 struct ServerConfig
 {
+    enum class Command { Serve, Init, Migrate, Status, PrintConfig, Version, Help };
+
+    Command command = Command::Serve;
+    Settings sources; // every setting, with where it came from
     stomp::BrokerAddress broker;
     stomp::BrokerSettings settings;
     QString database;
@@ -27,12 +32,16 @@ struct ServerConfig
     int firstBackoffMs = 250;
     int maxBackoffMs = 30000;
     int keepRecordsHours = 24; // how long processed requests are remembered
+    int peerCheckMs = 1500;
+    QString metricsHost; // empty: no metrics endpoint
+    quint16 metricsPort = 0;
+    bool create = false; // serve: create the database when it is missing
+    bool backup = true; // migrate: copy the database first
+    QString admin; // init: the first administrator
     // Whether sessions end when the broker reports their connection closed
     // (NUV_KESP_CONNECTION_ADVISORIES); without, only the idle time-out or
     // the client's own CFCLOSESESSION ends them.
     bool connectionAdvisories = true;
-    bool help = false;
-    bool version = false;
     QString helpText;
 };
 

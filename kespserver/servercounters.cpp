@@ -12,15 +12,28 @@ QString millis(qint64 micros)
 {
     return QString::number(double(micros) / 1000.0, 'f', 2);
 }
+
+void metric(QByteArray &out, const char *name, const char *type, const char *help, qint64 value)
+{
+    out += QByteArray("# HELP ") + name + ' ' + help + "\n# TYPE " + name + ' ' + type + '\n' + name
+        + ' ' + QByteArray::number(value) + '\n';
+}
 } // namespace
 
 void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
 {
+    const std::lock_guard<std::mutex> lock(mutex);
     ++requestCount;
     errorCount += failed ? 1 : 0;
     replayedCount += replayed ? 1 : 0;
     totalMicros += micros;
     maxMicros = qMax(maxMicros, micros);
+    for (size_t i = 0; i < bucketBounds.size(); ++i) {
+        if (double(micros) <= bucketBounds[i] * 1e6) {
+            ++buckets[i];
+            break;
+        }
+    }
     if (recent.size() < recentKept) {
         recent.append(micros);
     } else {
@@ -29,8 +42,15 @@ void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
     }
 }
 
+void ServerCounters::expired()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    ++expiredCount;
+}
+
 void ServerCounters::connected(const QString &broker)
 {
+    const std::lock_guard<std::mutex> lock(mutex);
     ++connectCount;
     brokerLabel = broker;
     connectedSince = QDateTime::currentDateTimeUtc();
@@ -38,11 +58,25 @@ void ServerCounters::connected(const QString &broker)
 
 void ServerCounters::disconnected()
 {
+    const std::lock_guard<std::mutex> lock(mutex);
     connectedSince = QDateTime();
+}
+
+qint64 ServerCounters::requests() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return requestCount;
+}
+
+bool ServerCounters::isConnected() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return connectedSince.isValid();
 }
 
 QString ServerCounters::statusLine() const
 {
+    const std::lock_guard<std::mutex> lock(mutex);
     QVector<qint64> sorted = recent;
     std::sort(sorted.begin(), sorted.end());
     const auto at = [&](double share) {
@@ -63,6 +97,38 @@ QString ServerCounters::statusLine() const
         .arg(replayedCount)
         .arg(millis(requestCount ? totalMicros / requestCount : 0), millis(at(0.5)),
              millis(at(0.95)), millis(maxMicros));
+}
+
+QByteArray ServerCounters::prometheusText() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    QByteArray out;
+    metric(out, "nuvkesp_requests_total", "counter", "Requests run (answered or one-way).",
+           requestCount);
+    metric(out, "nuvkesp_errors_total", "counter", "Requests answered with ERROR.", errorCount);
+    metric(out, "nuvkesp_replayed_total", "counter",
+           "Redelivered requests answered from their record.", replayedCount);
+    metric(out, "nuvkesp_expired_total", "counter",
+           "Requests dropped because their caller had given up.", expiredCount);
+    metric(out, "nuvkesp_broker_connections_total", "counter", "Connections made to the broker.",
+           connectCount);
+    metric(out, "nuvkesp_broker_connected", "gauge",
+           "1 while subscribed to the request queue, else 0.", connectedSince.isValid() ? 1 : 0);
+    metric(out, "nuvkesp_start_time_seconds", "gauge", "When the instance started (Unix time).",
+           started.toSecsSinceEpoch());
+    const QByteArray name = "nuvkesp_request_duration_seconds";
+    out += "# HELP " + name + " Time from taking a request to acknowledging it.\n# TYPE " + name
+        + " histogram\n";
+    qint64 cumulative = 0;
+    for (size_t i = 0; i < bucketBounds.size(); ++i) {
+        cumulative += buckets[i];
+        out += name + "_bucket{le=\"" + QByteArray::number(bucketBounds[i]) + "\"} "
+            + QByteArray::number(cumulative) + '\n';
+    }
+    out += name + "_bucket{le=\"+Inf\"} " + QByteArray::number(requestCount) + '\n';
+    out += name + "_sum " + QByteArray::number(double(totalMicros) / 1e6, 'f', 6) + '\n';
+    out += name + "_count " + QByteArray::number(requestCount) + '\n';
+    return out;
 }
 
 } // namespace kesp

@@ -2,29 +2,43 @@
 #ifndef KESPSERVER_SERVERCOUNTERS_H
 #define KESPSERVER_SERVERCOUNTERS_H
 
+#include <QByteArray>
 #include <QDateTime>
 #include <QString>
 #include <QVector>
+
+#include <array>
+#include <mutex>
 
 namespace kesp {
 
 /*
  * Health and counters of one instance, for the status line that SIGUSR1
- * asks for and the one written at exit. Latencies are kept for the last
- * requests only, so the median follows the current load.
+ * asks for and the one written at exit, and for the metrics endpoint,
+ * which reads them from a thread of its own. Latencies are kept for the
+ * last requests only, so the median follows the current load; the
+ * histogram counts them all.
  */
 class ServerCounters
 {
 public:
     void answered(qint64 micros, bool failed, bool replayed);
-    void expired() { ++expiredCount; }
+    void expired();
     void connected(const QString &broker);
     void disconnected();
 
-    qint64 requests() const { return requestCount; }
+    qint64 requests() const;
+    bool isConnected() const;
     QString statusLine() const;
+    // The counters in the Prometheus text exposition format.
+    QByteArray prometheusText() const;
+
+    // Upper bounds of the latency histogram's buckets, in seconds.
+    static constexpr std::array<double, 12> bucketBounds
+        = { 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1, 2.5, 10 };
 
 private:
+    mutable std::mutex mutex;
     qint64 requestCount = 0;
     qint64 errorCount = 0;
     qint64 expiredCount = 0;
@@ -32,6 +46,7 @@ private:
     qint64 connectCount = 0;
     qint64 totalMicros = 0;
     qint64 maxMicros = 0;
+    std::array<qint64, bucketBounds.size()> buckets {}; // not cumulative
     QVector<qint64> recent; // ring of the last latencies
     int next = 0;
     QString brokerLabel;

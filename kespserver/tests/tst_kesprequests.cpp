@@ -61,7 +61,8 @@ void KespRequests::connectionAdvisoriesSetting()
         QCOMPARE(config.connectionAdvisories, followed);
     else
         QCOMPARE(error,
-                 QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES must be on or off, not '%1'")
+                 QStringLiteral("NUV_KESP_CONNECTION_ADVISORIES must be on or off, not '%1' "
+                                "(from environment)")
                      .arg(value));
 }
 
