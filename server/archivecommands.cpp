@@ -308,15 +308,15 @@ void saveSystemFolders(Context &ctx)
 QVector<CommandEntry> archiveCommands()
 {
     return {
-        { "CFDOCGETARCHIVES", archives, NeedsSession },
+        { "CFDOCGETARCHIVES", archives, ReadOnly },
         { "CFSELARCHIVE", selectArchive, NeedsSession },
         { "CFNEWMANDANT", newTenant, Administrative | Writes },
-        { "CFDOCGETMANDANTEN", tenants, NeedsSession },
-        { "CFGETMANS", folderStructure, NeedsSession },
+        { "CFDOCGETMANDANTEN", tenants, ReadOnly },
+        { "CFGETMANS", folderStructure, ReadOnly },
         { "CFSAVEMANS", saveFolderStructure, Administrative | Writes },
-        { "CFMAINFOLDER", mainFolder, NeedsSession },
+        { "CFMAINFOLDER", mainFolder, ReadOnly },
         { "CFNEWFOLDER", newFolder, Writes },
-        { "CFDOCSYSFOLDERS", systemFolders, NeedsSession },
+        { "CFDOCSYSFOLDERS", systemFolders, ReadOnly },
         { "CFDOCSETSYSFOLDERS", saveSystemFolders, Administrative | Writes },
     };
 }

@@ -361,13 +361,13 @@ QVector<CommandEntry> clipboardCommands()
         { "CFADDCLIPBOARD", addClipboard, Writes },
         { "CFRENAMECLIPBOARD", renameClipboard, Writes },
         { "CFREMOVECLIPBOARD", removeClipboard, Writes },
-        { "CFREADCLIPBOARDS", readClipboards, NeedsSession },
+        { "CFREADCLIPBOARDS", readClipboards, ReadOnly },
         { "CFCADDCARD", addCard, Writes },
         { "CFCUPDATECARD", updateCard, Writes },
         { "CFCREMOVECARD", removeCard, Writes },
         { "CFCCLEARCARDS", clearCards, Writes },
-        { "CFCREADCCARDS", readCards, NeedsSession },
-        { "CFRCBROLES", clipboardRoles, NeedsSession },
+        { "CFCREADCCARDS", readCards, ReadOnly },
+        { "CFRCBROLES", clipboardRoles, ReadOnly },
         { "CFWCBROLES", writeClipboardRoles, Writes },
         { "CFADDSHARE", addShare, Writes | IdList },
         { "CFGETSHARES", shares, NeedsSession },
@@ -375,7 +375,7 @@ QVector<CommandEntry> clipboardCommands()
         { "CFEXTSEARCHADD", addSearch, Writes },
         { "CFEXTSEARCHUPD", updateSearch, Writes },
         { "CFEXTSEARCHDEL", deleteSearch, Writes },
-        { "CFEXTSEARCHFIN", findSearches, NeedsSession },
+        { "CFEXTSEARCHFIN", findSearches, ReadOnly },
     };
 }
 

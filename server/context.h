@@ -118,6 +118,12 @@ enum CommandFlag : unsigned {
     // dataList is a list of ids, deduplicated and bounded by maxIds, rather
     // than records each worked on (bounded by maxRecords)
     IdList = 32,
+    // Changes nothing, not even the caller's session (needs a session like
+    // NeedsSession): runs in a read snapshot beside the writers, without the
+    // write lock, and is never recorded for redelivery. A command that
+    // writes and is marked so fails on PostgreSQL (the snapshot is read
+    // only); unmarked commands take the write path, the safe default.
+    ReadOnly = 64,
 };
 
 struct CommandEntry

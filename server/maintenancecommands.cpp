@@ -294,15 +294,15 @@ void webCommand(Context &ctx)
 QVector<CommandEntry> maintenanceCommands()
 {
     return {
-        { "CFSERVERVERSION", serverVersion, Public },
-        { "CFGETINDEXINFOS", indexInfos, NeedsSession },
+        { "CFSERVERVERSION", serverVersion, Public | ReadOnly },
+        { "CFGETINDEXINFOS", indexInfos, ReadOnly },
         { "CFRECREATEINDEX", recreateIndex, Administrative | Writes },
-        { "CFGETSCANINPUTLIST", scanInputList, NeedsSession },
-        { "CFGETSCANINPUTIMAGE", scanInputImage, NeedsSession },
+        { "CFGETSCANINPUTLIST", scanInputList, ReadOnly },
+        { "CFGETSCANINPUTIMAGE", scanInputImage, ReadOnly },
         { "CFDOBACKUP", backup, Administrative | OutsideTransaction },
-        { "CFBACKUPUPDATE", backupStatus, Administrative },
-        { "CFFSLIST", listFileSystem, Administrative },
-        { "CFFSCHECK", checkFileSystem, Administrative },
+        { "CFBACKUPUPDATE", backupStatus, Administrative | ReadOnly },
+        { "CFFSLIST", listFileSystem, Administrative | ReadOnly },
+        { "CFFSCHECK", checkFileSystem, Administrative | ReadOnly },
         { "CFTESTMAIL", testMail, Administrative | OutsideTransaction },
         { "CFLDAPCOMMAND", ldapCommand, OutsideTransaction },
         { "CFWEBCOMMAND", webCommand, OutsideTransaction },

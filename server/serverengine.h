@@ -2,8 +2,9 @@
 #ifndef NUVSERVER_SERVERENGINE_H
 #define NUVSERVER_SERVERENGINE_H
 
-#include "connectionstate.h"
 #include "nuvmqclassifymessage.h"
+#include "requestcounters.h"
+#include "transaction.h"
 
 #include <QSqlDatabase>
 #include <QString>
@@ -77,7 +78,7 @@ struct Origin
 
 class Context;
 struct CommandEntry;
-class WriteTransaction;
+struct RequestStart;
 
 /*
  * One engine owns one database connection. It may be used from one thread at
@@ -117,6 +118,9 @@ public:
     // user); empty when the caller was not logged in. For the daemon's log,
     // which must name who acted, not who the request claims to be.
     QString lastCaller() const { return callerLogin; }
+    // What the statements of the last handle() did (its round trips to the
+    // database, for the measurements).
+    RequestCounters lastRequestCounters() const { return counters; }
     // Removes records of processed requests older than `hours` (a broker
     // never delivers a request again after its callers have given up).
     void forgetProcessedRequests(int hours);
@@ -145,12 +149,14 @@ private:
     struct Pass;
     std::optional<nuvMQClassifyMessage> screen(const nuvMQClassifyMessage &request,
                                                const CommandEntry **entry);
-    bool beginRequest(std::optional<WriteTransaction> &transaction);
-    std::optional<nuvMQClassifyMessage> replay(Pass &pass);
+    // Starts the transaction and reads what the request needs first.
+    std::optional<RequestStart> beginRequest(std::optional<Transaction> &transaction,
+                                             Transaction::Kind kind, const QString &token,
+                                             const QString &requestKey);
     void admit(Pass &pass);
     void runCommand(Pass &pass);
     bool record(Pass &pass);
-    bool commit(Pass &pass, WriteTransaction &transaction);
+    bool commit(Pass &pass, Transaction &transaction);
     void runLateWork(Pass &pass);
 
     bool ensureConnection(QString *error);

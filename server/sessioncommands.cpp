@@ -352,13 +352,13 @@ QVector<CommandEntry> sessionCommands()
         { "CFDOCCHANGEEXPIREDPASS", changeExpiredPassword, ExpiredSessionAllowed | Writes },
         { "CFDOCCHANGEUSERPASS", changeOwnPassword, Writes },
         { "CFDOCCHANGEUSERPASSADMIN", setPasswordAsAdministrator, Administrative | Writes },
-        { "CFDOCGETUSERS", getUsers, Administrative },
+        { "CFDOCGETUSERS", getUsers, Administrative | ReadOnly },
         { "CFDOCSETUSERS", createUsers, Administrative | Writes },
         { "CFDOCUPDATEUSERS", updateUsers, Administrative | Writes },
         { "CFDOCDELETEUSERS", deleteUsers, Administrative | Writes },
-        { "CFCHATUSERS", chatUsers, NeedsSession },
+        { "CFCHATUSERS", chatUsers, ReadOnly },
         { "CFUPDATES", pendingRequests, NeedsSession },
-        { "CFLASTUPDATE", lastUpdate, NeedsSession },
+        { "CFLASTUPDATE", lastUpdate, ReadOnly },
         { "CFSETLASTMODIFIED", setLastModified, Writes },
     };
 }

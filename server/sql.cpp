@@ -46,13 +46,19 @@ QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
     return query;
 }
 
-// Starts the statement's clock and counts it; the state, if any, for the
-// caller to count what the statement changed.
-RequestCounters *statementStarting(const QSqlDatabase &db)
+// Starts the statement's clock and counts it, and puts a transaction start
+// still to be sent behind it (PostgreSQL runs both in one round trip, and
+// answers with the statement's rows); the counters, if any, for the caller
+// to count what the statement changed.
+RequestCounters *statementStarting(const QSqlDatabase &db, QString &sql)
 {
     ConnectionState *state = ConnectionState::of(db);
     if (!state)
         return nullptr;
+    if (!state->pendingBegin.isEmpty()) {
+        sql += QStringLiteral("; ") + state->pendingBegin;
+        state->pendingBegin.clear();
+    }
     state->statementClock.start();
     if (state->counters)
         ++state->counters->roundTrips;
@@ -74,8 +80,9 @@ void fail(const QString &text)
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
     QSqlQuery query(db);
-    statementStarting(db);
-    if (query.exec(sql))
+    QString text = sql;
+    statementStarting(db, text);
+    if (query.exec(text))
         return true;
     if (error)
         *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
@@ -93,10 +100,11 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
     // is left when the connection runs the next statement; the commands
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
+    QString text = isPostgres(db) ? withLiterals(db, sql, values) : sql;
+    RequestCounters *counters = statementStarting(db, text);
     bool done = false;
-    RequestCounters *counters = statementStarting(db);
     if (isPostgres(db)) {
-        done = query.exec(withLiterals(db, sql, values));
+        done = query.exec(text);
     } else if (values.isEmpty()) {
         done = query.exec(sql);
     } else {
@@ -114,15 +122,15 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
         done = query.exec();
     }
     if (!done) {
-        const QString text = query.lastError().text();
+        const QString problem = query.lastError().text();
         if (isStatementTimeout(query.lastError()))
             fail(QStringLiteral("a database statement ran longer than the limit"
                                 " (NUV_SERVER_STATEMENT_TIMEOUT_MS); ask for less at a time"));
-        if (isForeignKeyViolation(text))
+        if (isForeignKeyViolation(problem))
             fail(QStringLiteral("the change would break a reference between records"));
-        if (isUniqueViolation(text))
+        if (isUniqueViolation(problem))
             fail(QStringLiteral("the change would duplicate a unique name"));
-        fail(QStringLiteral("database error: ") + text);
+        fail(QStringLiteral("database error: ") + problem);
     }
     if (counters && changesData(sql)) {
         // A statement with RETURNING reads like a query; it counts as a

@@ -218,15 +218,15 @@ void saveValueList(Context &ctx)
 QVector<CommandEntry> typeCommands()
 {
     return {
-        { "CFGETDOCTYPES", documentTypeList, NeedsSession },
-        { "CFSTATTYPES", statusTypeList, NeedsSession },
+        { "CFGETDOCTYPES", documentTypeList, ReadOnly },
+        { "CFSTATTYPES", statusTypeList, ReadOnly },
         { "CFSAVEDOCTYPES", saveDocumentTypes, Administrative | Writes },
         { "CFSAVESTATI", saveStatusTypes, Administrative | Writes },
-        { "CFLSTDYNATT", attributes, NeedsSession },
+        { "CFLSTDYNATT", attributes, ReadOnly },
         { "CFADDDYNATT", addAttribute, Administrative | Writes },
         { "CFMODDYNATT", modifyAttributes, Administrative | Writes },
         { "CFDELDYNATT", deleteAttribute, Administrative | Writes },
-        { "CFLSTWERTE", valueList, NeedsSession },
+        { "CFLSTWERTE", valueList, ReadOnly },
         { "CFMODWERTE", saveValueList, Administrative | Writes },
     };
 }

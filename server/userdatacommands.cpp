@@ -86,7 +86,7 @@ QVector<CommandEntry> userDataCommands()
 {
     return {
         { "CFSAVEUSERDATA", saveUserData, Writes },
-        { "CFLOADUSERDATA", loadUserData, NeedsSession },
+        { "CFLOADUSERDATA", loadUserData, ReadOnly },
         { "CFDELUSERDATA", deleteUserData, Writes },
     };
 }

@@ -249,10 +249,10 @@ QVector<CommandEntry> temporaryCommands()
     return {
         { "CFDOCCLASSIFYTEMP", storeTemporary, Writes },
         { "CFDOCCLASSIFYWITHTEMP", applyTemporary, Writes },
-        { "CFDOCGETCLASSIFYTEMP", readTemporary, NeedsSession },
+        { "CFDOCGETCLASSIFYTEMP", readTemporary, ReadOnly },
         { "CFDOCDELETECLASSIFYTEMP", deleteTemporary, Writes },
-        { "CFSENDDEADLINEFORDOCID", deadlinesOfDocument, NeedsSession },
-        { "CFSENDDEADLINES", selectedDeadlines, NeedsSession },
+        { "CFSENDDEADLINEFORDOCID", deadlinesOfDocument, ReadOnly },
+        { "CFSENDDEADLINES", selectedDeadlines, ReadOnly },
         { "CFSAVEDEADLINES", saveDeadlines, Writes },
     };
 }
