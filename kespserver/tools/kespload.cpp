@@ -204,39 +204,30 @@ int measureLoad(const stomp::BrokerEnv &broker, int instances, int requests, int
     setup.instances = instances;
     if (!servers.start(broker, setup))
         return 1;
-    kesp::LoadPlan plan;
-    plan.host = broker.host();
-    plan.port = broker.stompPort();
-    plan.user = loadUser;
-    plan.password = loadPassword;
-    plan.prefix = QStringLiteral("load");
-    plan.threads = threads;
+    kesp::LoadPlan plan = kespload::loadPlan(broker, QStringLiteral("load"), threads);
     plan.requests = requests;
     const kesp::LoadResult result = kesp::runLoad(plan);
     servers.stop();
-    const double perSecond
-        = result.wallMillis > 0 ? 1000.0 * result.answered / double(result.wallMillis) : 0.0;
-    const double p50 = kesp::percentileMillis(result.latenciesMicros, 0.5);
-    const double p99 = kesp::percentileMillis(result.latenciesMicros, 0.99);
+    const kespload::Figures figures = kespload::summarise(result);
     if (json) {
         std::printf("{\"kind\": \"load\", \"instances\": %d, \"threads\": %d, \"requests\": %d, "
                     "\"answered\": %d, \"failed\": %d, \"wall_ms\": %lld, \"per_second\": %.1f, "
                     "\"p50_ms\": %.3f, \"p99_ms\": %.3f}\n",
                     instances, threads, requests, result.answered, int(result.failures.size()),
-                    static_cast<long long>(result.wallMillis), perSecond, p50, p99);
+                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
+                    figures.p99Ms);
     } else {
         std::printf("instances %d, callers %d, requests %d, answered %d, failed %d\n", instances,
                     threads, requests, result.answered, int(result.failures.size()));
         std::printf("wall %lld ms, throughput %.0f requests/s, round trip p50 %.2f ms, "
                     "p99 %.2f ms\n",
-                    static_cast<long long>(result.wallMillis), perSecond, p50, p99);
+                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
+                    figures.p99Ms);
         for (int i = 0; i < instances; ++i)
             std::printf("instance %d answered %lld\n", i,
                         static_cast<long long>(
                             servers.list().at(size_t(i))->reported(QStringLiteral("requests"))));
     }
-    for (const QString &failure : result.failures.mid(0, 5))
-        std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(failure));
     return result.failures.isEmpty() ? 0 : 1;
 }
 
@@ -257,13 +248,7 @@ int measureMix(const stomp::BrokerEnv &broker, kesp::LoadMix mix,
     }
     if (!servers.start(broker, setup))
         return 1;
-    kesp::LoadPlan plan;
-    plan.host = broker.host();
-    plan.port = broker.stompPort();
-    plan.user = loadUser;
-    plan.password = loadPassword;
-    plan.prefix = QStringLiteral("mix");
-    plan.threads = threads;
+    kesp::LoadPlan plan = kespload::loadPlan(broker, QStringLiteral("mix"), threads);
     plan.seconds = seconds;
     plan.mix = mix;
     plan.documents = documents;
@@ -274,10 +259,7 @@ int measureMix(const stomp::BrokerEnv &broker, kesp::LoadMix mix,
     servers.stop();
     const int sent = result.answered + int(result.failures.size());
     const QByteArray trips = roundTrips(servers, exchanges, sent);
-    const double perSecond
-        = result.wallMillis > 0 ? 1000.0 * result.answered / double(result.wallMillis) : 0.0;
-    const double p50 = kesp::percentileMillis(result.latenciesMicros, 0.5);
-    const double p99 = kesp::percentileMillis(result.latenciesMicros, 0.99);
+    const kespload::Figures figures = kespload::summarise(result);
     const char *mixName = mix == kesp::LoadMix::Reads ? "read" : "write";
     const char *database = testdatabase::onPostgres() ? "postgresql" : "sqlite";
     if (json)
@@ -287,16 +269,15 @@ int measureMix(const stomp::BrokerEnv &broker, kesp::LoadMix mix,
                     "\"p50_ms\": %.3f, \"p99_ms\": %.3f, \"db_round_trips\": %s}\n",
                     mixName, database, setup.databaseDelayMs, setup.instances, threads,
                     result.answered, int(result.failures.size()),
-                    static_cast<long long>(result.wallMillis), perSecond, p50, p99,
-                    trips.constData());
+                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
+                    figures.p99Ms, trips.constData());
     else
         std::printf("%s mix on %s, %d instances, %d callers, %.1f s: answered %d, failed %d, "
                     "%.0f requests/s, p50 %.2f ms, p99 %.2f ms, database round trips per "
                     "request %s\n",
                     mixName, database, setup.instances, threads, seconds, result.answered,
-                    int(result.failures.size()), perSecond, p50, p99, trips.constData());
-    for (const QString &failure : result.failures.mid(0, 5))
-        std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(failure));
+                    int(result.failures.size()), figures.perSecond, figures.p50Ms, figures.p99Ms,
+                    trips.constData());
     return result.failures.isEmpty() ? 0 : 1;
 }
 

@@ -147,6 +147,30 @@ QStringList seedDocuments(const QString &database, const QString &user, int coun
     return error->isEmpty() ? ids : QStringList();
 }
 
+kesp::LoadPlan loadPlan(const stomp::BrokerEnv &broker, const QString &prefix, int threads)
+{
+    kesp::LoadPlan plan;
+    plan.host = broker.host();
+    plan.port = broker.stompPort();
+    plan.user = loadUser;
+    plan.password = loadPassword;
+    plan.prefix = prefix;
+    plan.threads = threads;
+    return plan;
+}
+
+Figures summarise(const kesp::LoadResult &result)
+{
+    for (const QString &failure : result.failures.mid(0, 5))
+        std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(failure));
+    Figures figures;
+    if (result.wallMillis > 0)
+        figures.perSecond = 1000.0 * result.answered / double(result.wallMillis);
+    figures.p50Ms = kesp::percentileMillis(result.latenciesMicros, 0.5);
+    figures.p99Ms = kesp::percentileMillis(result.latenciesMicros, 0.99);
+    return figures;
+}
+
 std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, const QString &user)
 {
     std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();

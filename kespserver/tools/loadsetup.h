@@ -3,6 +3,7 @@
 #define KESPSERVER_LOADSETUP_H
 
 #include "delayproxy.h"
+#include "loadclient.h"
 #include "nuvmqclassifymessage.h"
 #include "scratchdatabase.h"
 #include "serverprocess.h"
@@ -69,6 +70,19 @@ private:
 QString seedCatalogue(const QString &database, const QStringList &names);
 // `count` documents of `user` (logged in with loadPassword); their ids.
 QStringList seedDocuments(const QString &database, const QString &user, int count, QString *error);
+
+// A plan for `threads` callers logging in as the load user.
+kesp::LoadPlan loadPlan(const stomp::BrokerEnv &broker, const QString &prefix, int threads);
+
+// What a run of the callers gave.
+struct Figures
+{
+    double perSecond = 0;
+    double p50Ms = 0;
+    double p99Ms = 0;
+};
+// The figures of `result`, its first failures printed.
+Figures summarise(const kesp::LoadResult &result);
 
 // A transport logged in as `user`; null with the reason printed.
 std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, const QString &user);
