@@ -2,6 +2,7 @@
 #include "session.h"
 
 #include "classifyinterface.h"
+#include "protocolwords.h"
 
 #include <QFileInfo>
 #include <QPluginLoader>
@@ -11,14 +12,6 @@ namespace nuvcli {
 namespace {
 
 const QString transportFile = QStringLiteral("libnuvactivemqclient.so");
-
-// A login refused for an expired password keeps its connection, so that
-// the password can be changed on it.
-bool isExpiredPassword(const QString &error)
-{
-    return error.startsWith(QLatin1String("Password expired"))
-        || error.startsWith(QLatin1String("Passwort abgelaufen"));
-}
 
 // The transports' own words for a login that never reached a server: no
 // broker connection, nothing sent, or no reply in time.
@@ -126,7 +119,8 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
 
     if (!client->connectToNuvKESP(host, port, user, password)) {
         const QString reason = client->errorString();
-        if (operation.session == SessionUse::ExpiredLoginIsEnough && isExpiredPassword(reason))
+        if (operation.session == SessionUse::ExpiredLoginIsEnough
+            && nuvprotocol::isExpiredPasswordText(reason))
             return true;
         return fail(record, isUnreachable(reason) ? ExitUnreachable : ExitLoginRefused,
                     QStringLiteral("login as %1 failed: %2")

@@ -2,8 +2,8 @@
 #ifndef NUVSERVER_CONTEXT_H
 #define NUVSERVER_CONTEXT_H
 
+#include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
-#include "records.h"
 #include "serverengine.h"
 #include "sql.h"
 
@@ -116,6 +116,10 @@ enum CommandFlag : unsigned {
     // than records each worked on (bounded by maxRecords)
     IdList = 32,
 };
+
+// The words of the command tables and of the notices handlers leave.
+namespace words = nuvprotocol::words;
+namespace notice = nuvprotocol::notice;
 
 struct CommandEntry
 {

@@ -133,8 +133,6 @@ public:
                                    QString *error);
     // Every command word the engine handles, sorted.
     static QStringList commandWords();
-    // The client version that "CFLOGIN" reports.
-    static QString protocolVersion();
 
 private:
     bool ensureConnection(QString *error);

@@ -4,6 +4,7 @@
 #include "brokerenv.h"
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "tsansync.h"
 
 #include <QElapsedTimer>
@@ -26,6 +27,8 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 
 namespace {
 
+namespace words = nuvprotocol::words;
+
 // One caller: connects, logs in, sends its share and records the outcome.
 void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadResult *total)
 {
@@ -39,11 +42,11 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
     } else {
         transport->setUserName(plan.user);
         nuvMQClassifyMessage login
-            = command(QStringLiteral("CFLOGIN"), { plan.user, plan.password, QString() });
+            = command(QLatin1String(words::login), { plan.user, plan.password, QString() });
         nuvMQClassifyMessage reply;
         if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, plan.timeoutSeconds,
                                         0, QString(), nullptr)
-            || reply.command.contains(QLatin1String("ERROR"))) {
+            || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
             mine.failures << QStringLiteral("thread %1: login failed: %2 %3")
                                  .arg(index)
                                  .arg(transport->lastErrorText, reply.errorText);
@@ -51,7 +54,7 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
         }
         for (int n = 0; n < count; ++n) {
             nuvMQClassifyMessage request
-                = command(QStringLiteral("CFADDCLIPBOARD"),
+                = command(QLatin1String(words::addClipboard),
                           { QStringLiteral("%1-%2-%3").arg(plan.prefix).arg(index).arg(n) });
             nuvMQClassifyMessage answer;
             QElapsedTimer clock;
@@ -62,7 +65,8 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
             if (!ok)
                 mine.failures
                     << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(transport->lastErrorText);
-            else if (answer.command == QLatin1String("ERROR") || answer.getDocId().isEmpty())
+            else if (answer.command == QLatin1String(nuvprotocol::status::error)
+                     || answer.getDocId().isEmpty())
                 mine.failures
                     << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(answer.errorText);
             else

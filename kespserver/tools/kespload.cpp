@@ -25,6 +25,7 @@
 #include "installlayout.h"
 #include "loadclient.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "scratchdatabase.h"
 #include "serverengine.h"
 #include "serverprocess.h"
@@ -42,6 +43,8 @@
 #include <vector>
 
 namespace {
+
+namespace words = nuvprotocol::words;
 
 const QString loadUser = QStringLiteral("load");
 const QString loadPassword = QStringLiteral("load-password");
@@ -144,8 +147,9 @@ QString engineCall(nuvserver::ServerEngine &engine, const QString &token, const 
     const nuvMQClassifyMessage reply = engine.handle(request, token);
     if (replyDocId)
         *replyDocId = reply.getDocId();
-    return reply.command == QLatin1String("ERROR") ? word + QStringLiteral(": ") + reply.errorText
-                                                   : QString();
+    return reply.command == QLatin1String(nuvprotocol::status::error)
+        ? word + QStringLiteral(": ") + reply.errorText
+        : QString();
 }
 
 // Two users besides the administrator, and `count` documents of the first:
@@ -159,33 +163,32 @@ QString seedFairness(const QString &database, int count, QString *error)
         return QString();
     const QString admin = QStringLiteral("00000000000000000000000000000001");
     const QString heavy = QStringLiteral("00000000000000000000000000000002");
-    const QChar separator(0xFEFF);
-    *error = engineCall(engine, admin, QStringLiteral("CFLOGIN"), { loadUser, loadPassword, {} });
+    *error = engineCall(engine, admin, QLatin1String(words::login), { loadUser, loadPassword, {} });
     for (const char *name : { "heavy", "light" }) {
         if (error->isEmpty())
             *error
-                = engineCall(engine, admin, QStringLiteral("CFDOCSETUSERS"),
+                = engineCall(engine, admin, QLatin1String(words::setUsers),
                              { QStringList { QLatin1String(name), loadPassword, QLatin1String(name),
                                              QString(), QStringLiteral("0") }
-                                   .join(separator) },
+                                   .join(nuvprotocol::recordSeparator) },
                              QStringLiteral("0"));
     }
     if (error->isEmpty())
-        *error = engineCall(engine, admin, QStringLiteral("CFSAVEDOCTYPES"), { "Letter" });
+        *error = engineCall(engine, admin, QLatin1String(words::saveDocTypes), { "Letter" });
     if (error->isEmpty())
-        *error = engineCall(engine, heavy, QStringLiteral("CFLOGIN"),
+        *error = engineCall(engine, heavy, QLatin1String(words::login),
                             { QStringLiteral("heavy"), loadPassword, {} });
     QStringList ids;
     for (int i = 0; i < count && error->isEmpty(); ++i) {
         QString id;
-        *error = engineCall(engine, heavy, QStringLiteral("CFGETNEXTOID"), {}, QString(), &id);
+        *error = engineCall(engine, heavy, QLatin1String(words::getNextOid), {}, QString(), &id);
         if (error->isEmpty())
-            *error = engineCall(engine, heavy, QStringLiteral("CFDOCNEWCLASSIFY"),
+            *error = engineCall(engine, heavy, QLatin1String(words::newClassify),
                                 { QStringLiteral("Letter"), QStringLiteral("Document %1").arg(i) },
                                 id);
         ids.append(id);
     }
-    return error->isEmpty() ? ids.join(separator) : QString();
+    return error->isEmpty() ? ids.join(nuvprotocol::recordSeparator) : QString();
 }
 
 // A transport logged in as `user`; null with the reason printed.
@@ -198,11 +201,11 @@ std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, c
     }
     transport->setUserName(user);
     nuvMQClassifyMessage login
-        = kesp::command(QStringLiteral("CFLOGIN"), { user, loadPassword, {} });
+        = kesp::command(QLatin1String(words::login), { user, loadPassword, {} });
     nuvMQClassifyMessage reply;
     if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
                                     nullptr)
-        || reply.command == QLatin1String("ERROR")) {
+        || reply.command == QLatin1String(nuvprotocol::status::error)) {
         std::fprintf(stderr, "nuvkespload: %s cannot log in: %s%s\n", qPrintable(user),
                      qPrintable(transport->lastErrorText), qPrintable(reply.errorText));
         return nullptr;
@@ -219,7 +222,7 @@ qint64 timedCall(nuvMQClientInterface &transport, nuvMQClassifyMessage request)
     const bool ok = transport.sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 60, 0,
                                               QString(), nullptr);
     const qint64 micros = clock.nsecsElapsed() / 1000;
-    if (!ok || reply.command == QLatin1String("ERROR")) {
+    if (!ok || reply.command == QLatin1String(nuvprotocol::status::error)) {
         std::fprintf(stderr, "nuvkespload: %s failed: %s%s\n", qPrintable(request.command),
                      qPrintable(transport.lastErrorText), qPrintable(reply.errorText));
         return -1;
@@ -249,9 +252,10 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     bool heavyFailed = false;
     std::thread loop([&] {
         for (int n = 0; !done; ++n) {
-            nuvMQClassifyMessage request = kesp::command(
-                QStringLiteral("CFDOCMULTICLASSIFY"),
-                { QStringLiteral("title") + QChar(0xFEFF) + QStringLiteral("Round %1").arg(n) });
+            nuvMQClassifyMessage request
+                = kesp::command(QLatin1String(words::multipleClassify),
+                                { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                  + QStringLiteral("Round %1").arg(n) });
             request.setDocId(ids);
             const qint64 micros = timedCall(*heavy, request);
             heavyFailed = heavyFailed || micros < 0;
@@ -265,7 +269,7 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     QElapsedTimer wall;
     wall.start();
     while (wall.elapsed() < qint64(seconds) * 1000 && !lightFailed) {
-        const qint64 micros = timedCall(*light, kesp::command(QStringLiteral("CFROLES"), {}));
+        const qint64 micros = timedCall(*light, kesp::command(QLatin1String(words::getRoles), {}));
         lightFailed = micros < 0;
         if (!lightFailed)
             lightMicros.append(micros);
