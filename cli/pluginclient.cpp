@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "session.h"
+#include "pluginclient.h"
 
 #include "classifyinterface.h"
 #include "protocolwords.h"
@@ -25,15 +25,15 @@ bool isUnreachable(const QString &error)
 
 } // namespace
 
-Session::Session(const Options &options, Console &console, Printer &printer)
+PluginClient::PluginClient(const Options &options, Console &console, Printer &printer)
     : options(options)
     , console(console)
     , printer(printer)
 { }
 
-Session::~Session() = default;
+PluginClient::~PluginClient() = default;
 
-bool Session::open(QString *error)
+bool PluginClient::open(QString *error)
 {
     QPluginLoader loader(options.pluginFile);
     QObject *root = loader.instance();
@@ -59,7 +59,7 @@ bool Session::open(QString *error)
     return true;
 }
 
-CallRecord Session::run(const PreparedCall &call, int line)
+CallRecord PluginClient::run(const PreparedCall &call, int line)
 {
     const Operation &operation = *call.operation;
     CallRecord record;
@@ -87,7 +87,7 @@ CallRecord Session::run(const PreparedCall &call, int line)
     return record;
 }
 
-bool Session::ensureLogin(const Operation &operation, CallRecord &record)
+bool PluginClient::ensureLogin(const Operation &operation, CallRecord &record)
 {
     if (loggedIn || operation.session == SessionUse::None || operation.session == SessionUse::LogsIn
         || operation.session == SessionUse::LogsOut)
@@ -135,7 +135,7 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
     return true;
 }
 
-bool Session::credentials(QString *user, QString *password, QString *error)
+bool PluginClient::credentials(QString *user, QString *password, QString *error)
 {
     if (haveCredentials)
         return true;
@@ -161,7 +161,7 @@ bool Session::credentials(QString *user, QString *password, QString *error)
     return true;
 }
 
-bool Session::fail(CallRecord &record, int status, const QString &error, bool fatal)
+bool PluginClient::fail(CallRecord &record, int status, const QString &error, bool fatal)
 {
     record.ok = false;
     record.error = error;
@@ -170,12 +170,12 @@ bool Session::fail(CallRecord &record, int status, const QString &error, bool fa
     return false;
 }
 
-void Session::onServerRequest(const QString &request)
+void PluginClient::onServerRequest(const QString &request)
 {
     printer.serverRequest(request);
 }
 
-void Session::onClientDisconnect()
+void PluginClient::onClientDisconnect()
 {
     printer.connectionLost();
 }
