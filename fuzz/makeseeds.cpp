@@ -103,8 +103,9 @@ QList<Seed> seeds()
     add("user-data-one", "loadUserData(QString,QString,QByteArray&,QByteArray&)", userData);
 
     nuvMQClassifyMessage updates = reply(status::ok);
+    // The last entry empty but not null: the wire tells the two apart.
     updates.setDataList({ QLatin1String(nuvprotocol::notice::reloadAll),
-                          QLatin1String(nuvprotocol::notice::systemUpdate), QString() });
+                          QLatin1String(nuvprotocol::notice::systemUpdate), "" });
     updates.setUpdateRequested(true);
     updates.setUpdateString("marker");
     add("updates", "checkUpdate()", updates);
