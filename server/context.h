@@ -3,8 +3,8 @@
 #define NUVSERVER_CONTEXT_H
 
 #include "connectionstate.h"
+#include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
-#include "records.h"
 #include "serverengine.h"
 #include "sql.h"
 
@@ -119,6 +119,10 @@ enum CommandFlag : unsigned {
     // than records each worked on (bounded by maxRecords)
     IdList = 32,
 };
+
+// The words of the command tables and of the notices handlers leave.
+namespace words = nuvprotocol::words;
+namespace notice = nuvprotocol::notice;
 
 struct CommandEntry
 {

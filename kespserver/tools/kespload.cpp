@@ -32,6 +32,7 @@
 #include "loadclient.h"
 #include "loadsetup.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "serverengine.h"
 
 #include <QCoreApplication>
@@ -46,6 +47,8 @@
 #include <vector>
 
 namespace {
+
+namespace words = nuvprotocol::words;
 
 using kespload::loadPassword;
 using kespload::loadUser;
@@ -145,10 +148,11 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     bool heavyFailed = false;
     std::thread loop([&] {
         for (int n = 0; !done; ++n) {
-            nuvMQClassifyMessage request = kesp::command(
-                QStringLiteral("CFDOCMULTICLASSIFY"),
-                { QStringLiteral("title") + QChar(0xFEFF) + QStringLiteral("Round %1").arg(n) });
-            request.setDocId(ids.join(QChar(0xFEFF)));
+            nuvMQClassifyMessage request
+                = kesp::command(QLatin1String(words::multipleClassify),
+                                { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                  + QStringLiteral("Round %1").arg(n) });
+            request.setDocId(ids.join(nuvprotocol::recordSeparator));
             const qint64 micros = kespload::timedCall(*heavy, request);
             heavyFailed = heavyFailed || micros < 0;
             if (micros < 0)
@@ -162,7 +166,7 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     wall.start();
     while (wall.elapsed() < qint64(seconds) * 1000 && !lightFailed) {
         const qint64 micros
-            = kespload::timedCall(*light, kesp::command(QStringLiteral("CFROLES"), {}));
+            = kespload::timedCall(*light, kesp::command(QLatin1String(words::getRoles), {}));
         lightFailed = micros < 0;
         if (!lightFailed)
             lightMicros.append(micros);
