@@ -30,7 +30,7 @@ Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const Eng
     , requestArchive(archiveOf(request))
     , requestPlugins(pluginsOf(request))
 {
-    reply.command = QStringLiteral("OK");
+    reply.command = QLatin1String(nuvprotocol::status::ok);
 }
 
 QString Context::requireDocId(const QString &what) const

@@ -3,8 +3,8 @@
 #define NUVSERVER_CONTEXT_H
 
 #include "connectionstate.h"
+#include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
-#include "records.h"
 #include "serverengine.h"
 #include "sql.h"
 
@@ -125,6 +125,10 @@ enum CommandFlag : unsigned {
     // only); unmarked commands take the write path, the safe default.
     ReadOnly = 64,
 };
+
+// The words of the command tables and of the notices handlers leave.
+namespace words = nuvprotocol::words;
+namespace notice = nuvprotocol::notice;
 
 struct CommandEntry
 {

@@ -21,7 +21,7 @@ namespace {
 // CFSERVERVERSION: docId the protocol version, dataList details
 void serverVersion(Context &ctx)
 {
-    ctx.setDocId(ServerEngine::protocolVersion());
+    ctx.setDocId(QLatin1String(nuvprotocol::clientVersion));
     ctx.setList({ QStringLiteral("nuvclassify reference server"),
                   QStringLiteral(NUV_SERVER_VERSION), databaseProduct(ctx.db),
                   QStringLiteral("schema %1").arg(schemaVersion) });
@@ -294,18 +294,18 @@ void webCommand(Context &ctx)
 QVector<CommandEntry> maintenanceCommands()
 {
     return {
-        { "CFSERVERVERSION", serverVersion, Public | ReadOnly },
-        { "CFGETINDEXINFOS", indexInfos, ReadOnly },
-        { "CFRECREATEINDEX", recreateIndex, Administrative | Writes },
-        { "CFGETSCANINPUTLIST", scanInputList, ReadOnly },
-        { "CFGETSCANINPUTIMAGE", scanInputImage, ReadOnly },
-        { "CFDOBACKUP", backup, Administrative | OutsideTransaction },
-        { "CFBACKUPUPDATE", backupStatus, Administrative | ReadOnly },
-        { "CFFSLIST", listFileSystem, Administrative | ReadOnly },
-        { "CFFSCHECK", checkFileSystem, Administrative | ReadOnly },
-        { "CFTESTMAIL", testMail, Administrative | OutsideTransaction },
-        { "CFLDAPCOMMAND", ldapCommand, OutsideTransaction },
-        { "CFWEBCOMMAND", webCommand, OutsideTransaction },
+        { words::getServerVersion, serverVersion, Public | ReadOnly },
+        { words::getIndexerInfos, indexInfos, ReadOnly },
+        { words::recreateIndex, recreateIndex, Administrative | Writes },
+        { words::getScanInputProcessList, scanInputList, ReadOnly },
+        { words::getScanInputProcessImage, scanInputImage, ReadOnly },
+        { words::doBackup, backup, Administrative | OutsideTransaction },
+        { words::updateBackupConfig, backupStatus, Administrative | ReadOnly },
+        { words::loadRemoteFS, listFileSystem, Administrative | ReadOnly },
+        { words::checkFS, checkFileSystem, Administrative | ReadOnly },
+        { words::testMail, testMail, Administrative | OutsideTransaction },
+        { words::doLdapCommand, ldapCommand, OutsideTransaction },
+        { words::doWebCommand, webCommand, OutsideTransaction },
     };
 }
 

@@ -2,7 +2,7 @@
 #include "schema.h"
 
 #include "dialect.h"
-#include "records.h"
+#include "fieldvalues.h"
 #include "sql.h"
 #include "transaction.h"
 

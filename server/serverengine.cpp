@@ -8,7 +8,7 @@
 #include "connectionstate.h"
 #include "context.h"
 #include "dialect.h"
-#include "records.h"
+#include "fieldvalues.h"
 #include "requestlimits.h"
 #include "schema.h"
 #include "sql.h"
@@ -55,7 +55,7 @@ void setError(nuvMQClassifyMessage &reply, const QString &text)
     // The parts of a text that echo the request are cut where they are
     // made (echoed()); this bounds whatever a handler still lets through.
     constexpr int longest = 2000;
-    reply.command = QStringLiteral("ERROR");
+    reply.command = QLatin1String(nuvprotocol::status::error);
     reply.hasErrorText = true;
     reply.errorText = text.size() <= longest ? text : text.left(longest) + QStringLiteral("…");
 }
@@ -105,11 +105,6 @@ ServerEngine::ServerEngine(EngineOptions options)
 ServerEngine::~ServerEngine()
 {
     closeConnection();
-}
-
-QString ServerEngine::protocolVersion()
-{
-    return QStringLiteral("18.09-5");
 }
 
 QStringList ServerEngine::commandWords()

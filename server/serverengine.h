@@ -141,8 +141,6 @@ public:
                                    QString *error);
     // Every command word the engine handles, sorted.
     static QStringList commandWords();
-    // The client version that "CFLOGIN" reports.
-    static QString protocolVersion();
 
 private:
     // The steps of handle(), in their order.

@@ -247,13 +247,13 @@ void saveDeadlines(Context &ctx)
 QVector<CommandEntry> temporaryCommands()
 {
     return {
-        { "CFDOCCLASSIFYTEMP", storeTemporary, Writes },
-        { "CFDOCCLASSIFYWITHTEMP", applyTemporary, Writes },
-        { "CFDOCGETCLASSIFYTEMP", readTemporary, ReadOnly },
-        { "CFDOCDELETECLASSIFYTEMP", deleteTemporary, Writes },
-        { "CFSENDDEADLINEFORDOCID", deadlinesOfDocument, ReadOnly },
-        { "CFSENDDEADLINES", selectedDeadlines, ReadOnly },
-        { "CFSAVEDEADLINES", saveDeadlines, Writes },
+        { words::classifyTemporary, storeTemporary, Writes },
+        { words::newClassifyTemp, applyTemporary, Writes },
+        { words::getClassifyTemp, readTemporary, ReadOnly },
+        { words::deleteClassifyTemp, deleteTemporary, Writes },
+        { words::getDeadLineForDocId, deadlinesOfDocument, ReadOnly },
+        { words::getDeadLines, selectedDeadlines, ReadOnly },
+        { words::saveDeadLines, saveDeadlines, Writes },
     };
 }
 
