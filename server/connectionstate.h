@@ -38,9 +38,11 @@ public:
     qint64 busyLimitMs = 0;
     // Set by the engine that owns the connection; nullptr counts nothing.
     RequestCounters *counters = nullptr;
-    // PostgreSQL: the start of a transaction not yet sent; it goes out right
-    // behind the next statement, in the same round trip (see Transaction).
+    // PostgreSQL: the start of a transaction not yet sent, and how many
+    // statements it is; it goes out in front of the next statement, in the
+    // same round trip (see Transaction).
     QString pendingBegin;
+    int pendingBeginStatements = 0;
 
 private:
     using QObject::QObject;

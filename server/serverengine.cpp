@@ -393,9 +393,9 @@ std::optional<RequestStart> ServerEngine::beginRequest(std::optional<Transaction
                                                        const QString &requestKey)
 {
     for (int attempt = 0;; ++attempt) {
-        // A read's snapshot starts on PostgreSQL in the round trip of its
+        // On PostgreSQL the transaction starts in the round trip of the
         // first statement, the one that finds the session and the marker.
-        transaction.emplace(db, kind, Transaction::Start::AfterNextStatement);
+        transaction.emplace(db, kind, Transaction::Start::WithNextStatement);
         std::optional<RequestStart> start;
         if (transaction->isActive())
             guarded([&] { start = loadRequestStart(db, token, requestKey); });

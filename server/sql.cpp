@@ -47,22 +47,36 @@ QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
 }
 
 // Starts the statement's clock and counts it, and puts a transaction start
-// still to be sent behind it (PostgreSQL runs both in one round trip, and
-// answers with the statement's rows); the counters, if any, for the caller
-// to count what the statement changed.
-RequestCounters *statementStarting(const QSqlDatabase &db, QString &sql)
+// still to be sent in front of it (PostgreSQL runs them in one round trip);
+// how many results of that start come before the statement's own in
+// `leading`. The counters, if any, for the caller to count what the
+// statement changed.
+RequestCounters *statementStarting(const QSqlDatabase &db, QString &sql, int *leading)
 {
+    *leading = 0;
     ConnectionState *state = ConnectionState::of(db);
     if (!state)
         return nullptr;
     if (!state->pendingBegin.isEmpty()) {
-        sql += QStringLiteral("; ") + state->pendingBegin;
+        sql = state->pendingBegin + QStringLiteral("; ") + sql;
+        *leading = state->pendingBeginStatements;
         state->pendingBegin.clear();
     }
     state->statementClock.start();
     if (state->counters)
         ++state->counters->roundTrips;
     return state->counters;
+}
+
+// Moves `query` past the results of the statements sent in front of its
+// own; false when one of them failed.
+bool skipLeadingResults(QSqlQuery &query, int leading)
+{
+    for (int i = 0; i < leading; ++i) {
+        if (!query.nextResult())
+            return false;
+    }
+    return true;
 }
 } // namespace
 
@@ -81,8 +95,9 @@ bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
     QSqlQuery query(db);
     QString text = sql;
-    statementStarting(db, text);
-    if (query.exec(text))
+    int leading = 0;
+    statementStarting(db, text, &leading);
+    if (query.exec(text) && skipLeadingResults(query, leading))
         return true;
     if (error)
         *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
@@ -101,10 +116,11 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
     QString text = isPostgres(db) ? withLiterals(db, sql, values) : sql;
-    RequestCounters *counters = statementStarting(db, text);
+    int leading = 0;
+    RequestCounters *counters = statementStarting(db, text, &leading);
     bool done = false;
     if (isPostgres(db)) {
-        done = query.exec(text);
+        done = query.exec(text) && skipLeadingResults(query, leading);
     } else if (values.isEmpty()) {
         done = query.exec(sql);
     } else {

@@ -5,6 +5,8 @@
 #include "dialect.h"
 #include "sql.h"
 
+#include <QStringList>
+
 namespace nuvserver {
 
 namespace {
@@ -13,14 +15,13 @@ namespace {
 // databases on one PostgreSQL server never wait for each other.
 constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
 
-QString postgresBegin(Transaction::Kind kind, Transaction::Start start)
+// The statements that start a transaction on PostgreSQL.
+QStringList postgresBegin(Transaction::Kind kind)
 {
-    // Behind a statement, in the same query text, the statement has opened
-    // an implicit transaction whose isolation level is set: COMMIT ends it.
     if (kind == Transaction::Kind::Read)
-        return QLatin1String(start == Transaction::Start::AfterNextStatement ? "COMMIT; " : "")
-            + QStringLiteral("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY");
-    return QStringLiteral("BEGIN; SELECT pg_advisory_xact_lock(%1)").arg(writeLockKey);
+        return { QStringLiteral("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY") };
+    return { QStringLiteral("BEGIN"),
+             QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(writeLockKey) };
 }
 } // namespace
 
@@ -34,9 +35,11 @@ Transaction::Transaction(QSqlDatabase database, Kind kind, Start start)
     }
     active = true;
     ConnectionState *state = ConnectionState::of(db);
-    if (start == Start::AfterNextStatement && kind == Kind::Read && state)
-        state->pendingBegin = postgresBegin(kind, start);
-    else if (!execPlain(db, postgresBegin(kind, Start::Now)))
+    const QStringList begin = postgresBegin(kind);
+    if (start == Start::WithNextStatement && state) {
+        state->pendingBegin = begin.join(QStringLiteral("; "));
+        state->pendingBeginStatements = begin.size();
+    } else if (!execPlain(db, begin.join(QStringLiteral("; "))))
         rollback(); // the lock may have failed after BEGIN
 }
 

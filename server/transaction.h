@@ -29,14 +29,11 @@ class Transaction
 {
 public:
     enum class Kind { Read, Write };
-    // When a read transaction starts on PostgreSQL: now, or right after the
-    // next statement, in its round trip. That statement then reads before
-    // the snapshot: right for what is only ever older than the data read
-    // later (the session, the update marker), never for a write, whose
-    // first reads must come after the lock; a write always starts now.
-    // SQLite starts at once in either case (a statement there costs no
-    // round trip).
-    enum class Start { Now, AfterNextStatement };
+    // When the transaction starts on PostgreSQL: now, or with the next
+    // statement, in its round trip (that statement then fails when the
+    // lock cannot be had). SQLite starts at once in either case (a
+    // statement there costs no round trip).
+    enum class Start { Now, WithNextStatement };
 
     Transaction(QSqlDatabase db, Kind kind, Start start = Start::Now);
     ~Transaction();
