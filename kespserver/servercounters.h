@@ -24,6 +24,8 @@ class ServerCounters
 public:
     void answered(qint64 micros, bool failed, bool replayed);
     void expired();
+    // The database statements one request sent (ServerEngine's count).
+    void databaseRoundTrips(int count);
     void connected(const QString &broker);
     void disconnected();
 
@@ -44,6 +46,7 @@ private:
     qint64 expiredCount = 0;
     qint64 replayedCount = 0;
     qint64 connectCount = 0;
+    qint64 roundTripCount = 0;
     qint64 totalMicros = 0;
     qint64 maxMicros = 0;
     std::array<qint64, bucketBounds.size()> buckets {}; // not cumulative

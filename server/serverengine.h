@@ -85,8 +85,11 @@ struct RequestStart;
  * a time; when a call arrives on another thread than the previous one, the
  * engine reopens its connection there (Qt SQL connections belong to the
  * thread that made them). Several engines, in one process or several, may
- * share one database: every request runs in its own transaction holding the
- * database's write lock, and waits up to `busyTimeoutMs` for another writer.
+ * share one database: every request runs in its own transaction; a write
+ * holds the database's write lock and waits up to `busyTimeoutMs` for
+ * another writer, a read runs in a snapshot beside them (docs/server.md,
+ * "Concurrency"). An engine keeps no state outside itself and its
+ * connection, so one process may run several.
  */
 class ServerEngine
 {
