@@ -11,8 +11,8 @@
 #include <QThread>
 #include <QUuid>
 
+using stomp::ConnectionState;
 using stomp::Frame;
-using stomp::Session;
 
 namespace {
 
@@ -126,7 +126,7 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     closeSession(QStringLiteral("The connection to the message broker was replaced by a new "
                                 "one."));
     ensureIoThread();
-    auto next = std::make_shared<Session>(address, stomp::newSessionToken());
+    auto next = std::make_shared<ConnectionState>(address, stomp::newSessionToken());
     QByteArray id;
     {
         stomp::SyncLocker locker(&stateLock);
@@ -140,10 +140,11 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     stomp::Connection *io = connection;
     post([io, next, options, id] { io->open(next, options, id); });
 
-    const Session::Phase phase = next->awaitSettled(QDeadlineTimer(options.connectTimeoutMs));
-    if (phase == Session::Phase::Open)
+    const ConnectionState::Phase phase
+        = next->awaitSettled(QDeadlineTimer(options.connectTimeoutMs));
+    if (phase == ConnectionState::Phase::Open)
         return true;
-    if (phase == Session::Phase::Connecting) {
+    if (phase == ConnectionState::Phase::Connecting) {
         const QString text
             = QStringLiteral("Cannot connect to the message broker at %1: no "
                              "answer within %2 ms (connection and STOMP "
@@ -160,16 +161,17 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
 
 void ActiveMqTransport::closeSession(const QString &reason)
 {
-    std::shared_ptr<Session> ending;
+    std::shared_ptr<ConnectionState> ending;
     {
         stomp::SyncLocker locker(&stateLock);
         ending = session;
     }
-    if (!ending || ending->phase() == Session::Phase::Closed || !connection)
+    if (!ending || ending->phase() == ConnectionState::Phase::Closed || !connection)
         return;
     const QByteArray receiptId = nextId("disconnect");
     QString ignored;
-    if (ending->phase() == Session::Phase::Open && ending->beginReceipt(receiptId, &ignored)) {
+    if (ending->phase() == ConnectionState::Phase::Open
+        && ending->beginReceipt(receiptId, &ignored)) {
         Frame disconnect("DISCONNECT");
         disconnect.add("receipt", receiptId);
         const QByteArray bytes = stomp::encodeFrame(disconnect);
@@ -190,7 +192,7 @@ void ActiveMqTransport::disconnectFromBroker()
     stomp::SyncLocker life(&lifecycle);
     if (onIoThread()) {
         // The receipt could never arrive on a thread that waits for it.
-        std::shared_ptr<Session> ending = current().session;
+        std::shared_ptr<ConnectionState> ending = current().session;
         if (ending)
             connection->finish(ending,
                                QStringLiteral("The connection to the message broker was "
@@ -283,11 +285,11 @@ bool ActiveMqTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
 
     Frame answer;
     switch (now.session->awaitCall(correlationId, deadline, &answer, &why)) {
-    case Session::Outcome::Done:
+    case ConnectionState::Outcome::Done:
         break;
-    case Session::Outcome::Failed:
+    case ConnectionState::Outcome::Failed:
         return fail(QStringLiteral("No reply to \"%1\": %2").arg(command, why));
-    case Session::Outcome::TimedOut:
+    case ConnectionState::Outcome::TimedOut:
         return fail(QStringLiteral("No reply to \"%1\" within %2 s (time-out): nothing answered "
                                    "on %3 at the message broker %4; is the server running?")
                         .arg(command)
@@ -315,14 +317,14 @@ void ActiveMqTransport::setClientId(const QString &id)
 
 bool ActiveMqTransport::isConnected()
 {
-    const std::shared_ptr<Session> now = current().session;
-    return now && now->phase() == Session::Phase::Open;
+    const std::shared_ptr<ConnectionState> now = current().session;
+    return now && now->phase() == ConnectionState::Phase::Open;
 }
 
 QString ActiveMqTransport::getAuthToken()
 {
-    const std::shared_ptr<Session> now = current().session;
-    if (!now || now->phase() != Session::Phase::Open)
+    const std::shared_ptr<ConnectionState> now = current().session;
+    if (!now || now->phase() != ConnectionState::Phase::Open)
         return QString();
     return QString::fromLatin1(now->token);
 }

@@ -3,8 +3,8 @@
 #define ACTIVEMQTRANSPORT_H
 
 #include "brokerconfig.h"
+#include "connectionstate.h"
 #include "nuvmqclientinterface.h"
-#include "session.h"
 
 #include <QHash>
 #include <QMutex>
@@ -71,7 +71,7 @@ private:
     // What a call needs from the current connection, taken under the lock.
     struct Current
     {
-        std::shared_ptr<stomp::Session> session;
+        std::shared_ptr<stomp::ConnectionState> session;
         stomp::BrokerSettings settings;
         QString userName;
     };
@@ -95,7 +95,7 @@ private:
 
     QMutex lifecycle; // serialises connect, disconnect and deletion
     mutable QMutex stateLock; // guards the members below
-    std::shared_ptr<stomp::Session> session;
+    std::shared_ptr<stomp::ConnectionState> session;
     stomp::BrokerSettings settings;
     QString userName;
     QByteArray clientId;

@@ -2,12 +2,12 @@
 #include "requestserver.h"
 
 #include "base64text.h"
+#include "connectionstate.h"
 #include "exitstatus.h"
 #include "logtext.h"
 #include "records.h"
 #include "senderidentity.h"
 #include "serverengine.h"
-#include "session.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -40,7 +40,7 @@ void refuse(nuvMQClassifyMessage &reply, const QString &text)
     reply.errorText = text;
 }
 
-bool subscribeToConnectionAdvisories(BrokerLink &link)
+bool subscribeToConnectionAdvisories(stomp::BlockingClient &link)
 {
     stomp::Frame subscribe("SUBSCRIBE");
     subscribe.add("id", advisorySubscriptionId).add("destination", connectionAdvisoryTopic);

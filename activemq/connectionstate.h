@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef SESSION_H
-#define SESSION_H
+#ifndef STOMP_CONNECTIONSTATE_H
+#define STOMP_CONNECTIONSTATE_H
 
 #include "brokerconfig.h"
 #include "stompframe.h"
@@ -26,10 +26,10 @@ bool isSessionToken(const QByteArray &text);
  * being waited for and the messages nobody asked for.
  *
  * Callers block in the await functions on one wait condition; the I/O thread
- * fills in results and wakes them. Closing the session fails every waiter at
+ * fills in results and wakes them. Closing the connection fails every waiter at
  * once with the reason, so nobody sits out a time-out on a dead connection.
  */
-class Session
+class ConnectionState
 {
 public:
     enum class Phase { Connecting, Open, Closing, Closed };
@@ -38,7 +38,8 @@ public:
     // Messages nobody asked for are kept up to `unsolicitedLimit`; beyond
     // it the oldest go, so a subscriber that never receives cannot grow
     // without bound.
-    Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit = 10000);
+    ConnectionState(const BrokerAddress &address, const QByteArray &token,
+                    int unsolicitedLimit = 10000);
 
     const BrokerAddress address;
     // The random value that identifies this connection to the server.
@@ -108,4 +109,4 @@ private:
 
 } // namespace stomp
 
-#endif // SESSION_H
+#endif // STOMP_CONNECTIONSTATE_H

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "session.h"
+#include "connectionstate.h"
 
 #include "tsansync.h"
 
@@ -29,25 +29,26 @@ bool isSessionToken(const QByteArray &text)
     return true;
 }
 
-Session::Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit)
+ConnectionState::ConnectionState(const BrokerAddress &address, const QByteArray &token,
+                                 int unsolicitedLimit)
     : address(address)
     , token(token)
     , unsolicitedLimit(qMax(1, unsolicitedLimit))
 { }
 
-Session::Phase Session::phase() const
+ConnectionState::Phase ConnectionState::phase() const
 {
     stomp::SyncLocker locker(&mutex);
     return current;
 }
 
-QString Session::closeReason() const
+QString ConnectionState::closeReason() const
 {
     stomp::SyncLocker locker(&mutex);
     return reason;
 }
 
-void Session::opened()
+void ConnectionState::opened()
 {
     stomp::SyncLocker locker(&mutex);
     if (current == Phase::Connecting)
@@ -55,14 +56,14 @@ void Session::opened()
     changed.wakeAll();
 }
 
-void Session::closing()
+void ConnectionState::closing()
 {
     stomp::SyncLocker locker(&mutex);
     if (current == Phase::Open)
         current = Phase::Closing;
 }
 
-bool Session::closed(const QString &why)
+bool ConnectionState::closed(const QString &why)
 {
     stomp::SyncLocker locker(&mutex);
     if (current == Phase::Closed)
@@ -86,7 +87,7 @@ bool Session::closed(const QString &why)
     return lost;
 }
 
-Session::Phase Session::awaitSettled(QDeadlineTimer deadline)
+ConnectionState::Phase ConnectionState::awaitSettled(QDeadlineTimer deadline)
 {
     stomp::SyncLocker locker(&mutex);
     while (current == Phase::Connecting) {
@@ -96,7 +97,7 @@ Session::Phase Session::awaitSettled(QDeadlineTimer deadline)
     return current;
 }
 
-bool Session::usable(QString *whyNot) const
+bool ConnectionState::usable(QString *whyNot) const
 {
     if (current == Phase::Open)
         return true;
@@ -106,8 +107,8 @@ bool Session::usable(QString *whyNot) const
     return false;
 }
 
-bool Session::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
-                        QString *whyNot)
+bool ConnectionState::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
+                                QString *whyNot)
 {
     stomp::SyncLocker locker(&mutex);
     if (!usable(whyNot))
@@ -119,8 +120,9 @@ bool Session::beginCall(const QByteArray &correlationId, const QByteArray &recei
     return true;
 }
 
-Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTimer deadline,
-                                    Frame *reply, QString *error)
+ConnectionState::Outcome ConnectionState::awaitCall(const QByteArray &correlationId,
+                                                    QDeadlineTimer deadline, Frame *reply,
+                                                    QString *error)
 {
     stomp::SyncLocker locker(&mutex);
     auto slot = calls.find(correlationId);
@@ -141,7 +143,7 @@ Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTi
     return done.state;
 }
 
-bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
+bool ConnectionState::deliverReply(const QByteArray &correlationId, const Frame &reply)
 {
     {
         stomp::SyncLocker locker(&mutex);
@@ -160,13 +162,13 @@ bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
     return true;
 }
 
-qint64 Session::droppedReplies() const
+qint64 ConnectionState::droppedReplies() const
 {
     stomp::SyncLocker locker(&mutex);
     return dropped;
 }
 
-bool Session::beginReceipt(const QByteArray &receiptId, QString *whyNot)
+bool ConnectionState::beginReceipt(const QByteArray &receiptId, QString *whyNot)
 {
     stomp::SyncLocker locker(&mutex);
     if (current != Phase::Closing && !usable(whyNot))
@@ -175,8 +177,8 @@ bool Session::beginReceipt(const QByteArray &receiptId, QString *whyNot)
     return true;
 }
 
-Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTimer deadline,
-                                       QString *error)
+ConnectionState::Outcome ConnectionState::awaitReceipt(const QByteArray &receiptId,
+                                                       QDeadlineTimer deadline, QString *error)
 {
     stomp::SyncLocker locker(&mutex);
     auto slot = receipts.find(receiptId);
@@ -194,7 +196,7 @@ Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTim
     return done.state;
 }
 
-void Session::receiptArrived(const QByteArray &receiptId)
+void ConnectionState::receiptArrived(const QByteArray &receiptId)
 {
     {
         stomp::SyncLocker locker(&mutex);
@@ -210,7 +212,7 @@ void Session::receiptArrived(const QByteArray &receiptId)
     changed.wakeAll(); // outside the lock, as in deliverReply()
 }
 
-bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
+bool ConnectionState::receiptFailed(const QByteArray &receiptId, const QString &text)
 {
     stomp::SyncLocker locker(&mutex);
     const QByteArray correlationId = callReceipts.take(receiptId);
@@ -234,7 +236,7 @@ bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
     return true;
 }
 
-void Session::pushUnsolicited(const Frame &message)
+void ConnectionState::pushUnsolicited(const Frame &message)
 {
     stomp::SyncLocker locker(&mutex);
     if (unsolicited.size() >= unsolicitedLimit) {
@@ -248,13 +250,14 @@ void Session::pushUnsolicited(const Frame &message)
     changed.wakeAll();
 }
 
-qint64 Session::droppedUnsolicited() const
+qint64 ConnectionState::droppedUnsolicited() const
 {
     stomp::SyncLocker locker(&mutex);
     return unsolicitedDropped;
 }
 
-Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error)
+ConnectionState::Outcome ConnectionState::awaitUnsolicited(QDeadlineTimer deadline, Frame *message,
+                                                           QString *error)
 {
     stomp::SyncLocker locker(&mutex);
     for (;;) {
