@@ -2,8 +2,8 @@
 #include "activemqtransport.h"
 
 #include "nuvmqmessage.h"
+#include "nuvmutex.h"
 #include "stompconnection.h"
-#include "tsansync.h"
 
 #include <QDateTime>
 #include <QSslCertificate>
@@ -43,7 +43,7 @@ ActiveMqTransport::~ActiveMqTransport()
         return;
     }
     {
-        stomp::SyncLocker life(&lifecycle);
+        nuv::MutexLocker life(&lifecycle);
         closeSession(QStringLiteral("The message-queue transport was deleted."));
     }
     ioThread->quit();
@@ -58,14 +58,14 @@ nuvMQClientInterface *ActiveMqTransport::createInstance()
 
 bool ActiveMqTransport::fail(const QString &text)
 {
-    stomp::SyncLocker locker(&errorLock);
+    nuv::MutexLocker locker(&errorLock);
     lastErrorText = text;
     return false;
 }
 
 ActiveMqTransport::Current ActiveMqTransport::current() const
 {
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     return Current { session, settings, userName };
 }
 
@@ -102,7 +102,7 @@ QByteArray ActiveMqTransport::nextId(const char *prefix)
 
 bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
 {
-    stomp::SyncLocker life(&lifecycle);
+    nuv::MutexLocker life(&lifecycle);
     if (onIoThread())
         return fail(QStringLiteral("connectToBroker cannot be called from the transport's own "
                                    "I/O thread."));
@@ -129,7 +129,7 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     auto next = std::make_shared<ConnectionState>(address, stomp::newSessionToken());
     QByteArray id;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         if (session)
             droppedEarlier += session->droppedReplies();
         session = next;
@@ -163,7 +163,7 @@ void ActiveMqTransport::closeSession(const QString &reason)
 {
     std::shared_ptr<ConnectionState> ending;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         ending = session;
     }
     if (!ending || ending->phase() == ConnectionState::Phase::Closed || !connection)
@@ -189,7 +189,7 @@ void ActiveMqTransport::closeSession(const QString &reason)
 
 void ActiveMqTransport::disconnectFromBroker()
 {
-    stomp::SyncLocker life(&lifecycle);
+    nuv::MutexLocker life(&lifecycle);
     if (onIoThread()) {
         // The receipt could never arrive on a thread that waits for it.
         std::shared_ptr<ConnectionState> ending = current().session;
@@ -301,7 +301,7 @@ bool ActiveMqTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
 
 void ActiveMqTransport::setUserName(const QString &name)
 {
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     userName = name;
 }
 
@@ -311,7 +311,7 @@ void ActiveMqTransport::setClientId(const QString &id)
         fail(QStringLiteral("Client id \"%1\" ignored: it contains a line break.").arg(id));
         return;
     }
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     clientId = id.toUtf8();
 }
 
@@ -331,6 +331,6 @@ QString ActiveMqTransport::getAuthToken()
 
 qint64 ActiveMqTransport::droppedReplies() const
 {
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     return droppedEarlier + (session ? session->droppedReplies() : 0);
 }

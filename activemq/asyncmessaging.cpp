@@ -5,8 +5,8 @@
 
 #include "activemqtransport.h"
 #include "nuvmqmessage.h"
+#include "nuvmutex.h"
 #include "stompconnection.h"
-#include "tsansync.h"
 
 #include <QUuid>
 
@@ -102,7 +102,7 @@ bool ActiveMqTransport::subscribeTopic(const QString &topic)
                         .arg(destination));
     QByteArray id;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         if (topics.contains(destination))
             return true;
         id = nextId("topic");
@@ -113,7 +113,7 @@ bool ActiveMqTransport::subscribeTopic(const QString &topic)
     QString error;
     if (sendWithReceipt(now, std::move(frame), &error))
         return true;
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     topics.remove(destination);
     return fail(QStringLiteral("Cannot subscribe to %1: %2").arg(destination, error));
 }
@@ -124,7 +124,7 @@ bool ActiveMqTransport::unsubscribeTopic(const QString &topic)
     const Current now = current();
     QByteArray id;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         id = topics.take(destination);
     }
     if (id.isEmpty())

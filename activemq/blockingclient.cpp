@@ -34,8 +34,7 @@ void BlockingClient::abort()
     socket.reset();
 }
 
-bool BlockingClient::open(const BrokerAddress &address,
-                      const BrokerSettings &brokerSettings)
+bool BlockingClient::open(const BrokerAddress &address, const BrokerSettings &brokerSettings)
 {
     abort();
     where = address;

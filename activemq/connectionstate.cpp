@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "connectionstate.h"
 
-#include "tsansync.h"
+#include "nuvmutex.h"
 
 #include <QRandomGenerator>
 
@@ -38,19 +38,19 @@ ConnectionState::ConnectionState(const BrokerAddress &address, const QByteArray 
 
 ConnectionState::Phase ConnectionState::phase() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return current;
 }
 
 QString ConnectionState::closeReason() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return reason;
 }
 
 void ConnectionState::opened()
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current == Phase::Connecting)
         current = Phase::Open;
     changed.wakeAll();
@@ -58,14 +58,14 @@ void ConnectionState::opened()
 
 void ConnectionState::closing()
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current == Phase::Open)
         current = Phase::Closing;
 }
 
 bool ConnectionState::closed(const QString &why)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current == Phase::Closed)
         return false;
     const bool lost = current == Phase::Open;
@@ -89,9 +89,9 @@ bool ConnectionState::closed(const QString &why)
 
 ConnectionState::Phase ConnectionState::awaitSettled(QDeadlineTimer deadline)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     while (current == Phase::Connecting) {
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             break;
     }
     return current;
@@ -110,7 +110,7 @@ bool ConnectionState::usable(QString *whyNot) const
 bool ConnectionState::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
                                 QString *whyNot)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (!usable(whyNot))
         return false;
     Slot slot;
@@ -124,10 +124,10 @@ ConnectionState::Outcome ConnectionState::awaitCall(const QByteArray &correlatio
                                                     QDeadlineTimer deadline, Frame *reply,
                                                     QString *error)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     auto slot = calls.find(correlationId);
     while (slot != calls.end() && slot->state == Outcome::TimedOut) {
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             break;
         slot = calls.find(correlationId);
     }
@@ -146,7 +146,7 @@ ConnectionState::Outcome ConnectionState::awaitCall(const QByteArray &correlatio
 bool ConnectionState::deliverReply(const QByteArray &correlationId, const Frame &reply)
 {
     {
-        stomp::SyncLocker locker(&mutex);
+        nuv::MutexLocker locker(&mutex);
         auto slot = calls.find(correlationId);
         if (slot == calls.end() || slot->state != Outcome::TimedOut) {
             ++dropped;
@@ -164,13 +164,13 @@ bool ConnectionState::deliverReply(const QByteArray &correlationId, const Frame 
 
 qint64 ConnectionState::droppedReplies() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return dropped;
 }
 
 bool ConnectionState::beginReceipt(const QByteArray &receiptId, QString *whyNot)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current != Phase::Closing && !usable(whyNot))
         return false;
     receipts.insert(receiptId, Slot());
@@ -180,10 +180,10 @@ bool ConnectionState::beginReceipt(const QByteArray &receiptId, QString *whyNot)
 ConnectionState::Outcome ConnectionState::awaitReceipt(const QByteArray &receiptId,
                                                        QDeadlineTimer deadline, QString *error)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     auto slot = receipts.find(receiptId);
     while (slot != receipts.end() && slot->state == Outcome::TimedOut) {
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             break;
         slot = receipts.find(receiptId);
     }
@@ -199,7 +199,7 @@ ConnectionState::Outcome ConnectionState::awaitReceipt(const QByteArray &receipt
 void ConnectionState::receiptArrived(const QByteArray &receiptId)
 {
     {
-        stomp::SyncLocker locker(&mutex);
+        nuv::MutexLocker locker(&mutex);
         // A call's receipt only says the broker took the request; the call
         // goes on waiting for its reply.
         if (callReceipts.remove(receiptId) > 0)
@@ -214,7 +214,7 @@ void ConnectionState::receiptArrived(const QByteArray &receiptId)
 
 bool ConnectionState::receiptFailed(const QByteArray &receiptId, const QString &text)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     const QByteArray correlationId = callReceipts.take(receiptId);
     if (!correlationId.isEmpty()) {
         auto call = calls.find(correlationId);
@@ -238,7 +238,7 @@ bool ConnectionState::receiptFailed(const QByteArray &receiptId, const QString &
 
 void ConnectionState::pushUnsolicited(const Frame &message)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (unsolicited.size() >= unsolicitedLimit) {
         unsolicited.dequeue();
         if (unsolicitedDropped++ == 0)
@@ -252,14 +252,14 @@ void ConnectionState::pushUnsolicited(const Frame &message)
 
 qint64 ConnectionState::droppedUnsolicited() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return unsolicitedDropped;
 }
 
 ConnectionState::Outcome ConnectionState::awaitUnsolicited(QDeadlineTimer deadline, Frame *message,
                                                            QString *error)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     for (;;) {
         if (!unsolicited.isEmpty()) {
             *message = unsolicited.dequeue();
@@ -269,7 +269,7 @@ ConnectionState::Outcome ConnectionState::awaitUnsolicited(QDeadlineTimer deadli
             usable(error);
             return Outcome::Failed;
         }
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             return Outcome::TimedOut;
     }
 }

@@ -3,12 +3,12 @@
 #define STOMP_CONNECTIONSTATE_H
 
 #include "brokerconfig.h"
+#include "nuvmutex.h"
 #include "stompframe.h"
 
 #include <QByteArray>
 #include <QDeadlineTimer>
 #include <QHash>
-#include <QMutex>
 #include <QQueue>
 #include <QString>
 #include <QWaitCondition>
@@ -92,19 +92,21 @@ private:
         QByteArray receiptId; // a call's request receipt, while it is awaited
     };
 
-    bool usable(QString *whyNot) const;
+    bool usable(QString *whyNot) const NUV_REQUIRES(mutex);
 
-    mutable QMutex mutex;
+    mutable nuv::Mutex mutex;
     QWaitCondition changed;
-    Phase current = Phase::Connecting;
-    QString reason;
-    QHash<QByteArray, Slot> calls; // by correlation id
-    QHash<QByteArray, QByteArray> callReceipts; // receipt id -> correlation id
-    QHash<QByteArray, Slot> receipts; // receipts awaited for their own sake
-    QQueue<Frame> unsolicited;
-    qint64 dropped = 0;
+    Phase current NUV_GUARDED_BY(mutex) = Phase::Connecting;
+    QString reason NUV_GUARDED_BY(mutex);
+    QHash<QByteArray, Slot> calls NUV_GUARDED_BY(mutex); // by correlation id
+    // receipt id -> correlation id
+    QHash<QByteArray, QByteArray> callReceipts NUV_GUARDED_BY(mutex);
+    // receipts awaited for their own sake
+    QHash<QByteArray, Slot> receipts NUV_GUARDED_BY(mutex);
+    QQueue<Frame> unsolicited NUV_GUARDED_BY(mutex);
+    qint64 dropped NUV_GUARDED_BY(mutex) = 0;
     const int unsolicitedLimit;
-    qint64 unsolicitedDropped = 0;
+    qint64 unsolicitedDropped NUV_GUARDED_BY(mutex) = 0;
 };
 
 } // namespace stomp

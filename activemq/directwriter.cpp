@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "directwriter.h"
 
-#include "tsansync.h"
+#include "nuvmutex.h"
 
 #include <QTcpSocket>
 
@@ -28,12 +28,13 @@ qint64 nowMs()
 
 DirectWriter::~DirectWriter()
 {
+    nuv::MutexLocker locker(&lock);
     closeDescriptor();
 }
 
 void DirectWriter::attach(QTcpSocket *socket, const void *connection)
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     closeDescriptor();
     descriptor = ::fcntl(int(socket->socketDescriptor()), F_DUPFD_CLOEXEC, 0);
     owner = connection;
@@ -41,13 +42,13 @@ void DirectWriter::attach(QTcpSocket *socket, const void *connection)
 
 void DirectWriter::detach()
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     closeDescriptor();
 }
 
 void DirectWriter::reset()
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     closeDescriptor();
     owner = nullptr;
     socketBuffered = false;
@@ -64,7 +65,7 @@ void DirectWriter::closeDescriptor()
 DirectWriter::Outcome DirectWriter::submit(const void *target, const QByteArray &head,
                                            const QByteArray &body, QString *error)
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     if (descriptor < 0 || owner != target || postedSends > 0 || socketBuffered
         || !pending.isEmpty()) {
         ++postedSends;
@@ -127,7 +128,7 @@ DirectWriter::Outcome DirectWriter::submit(const void *target, const QByteArray 
 void DirectWriter::writePosted(QTcpSocket *socket, bool stillOpen, const QByteArray &head,
                                const QByteArray &body)
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     --postedSends;
     if (!stillOpen || !socket)
         return;
@@ -139,7 +140,7 @@ void DirectWriter::writePosted(QTcpSocket *socket, bool stillOpen, const QByteAr
 
 void DirectWriter::flush(QTcpSocket *socket)
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     if (!socket || pending.isEmpty())
         return;
     writeLocked(socket, QByteArray());
@@ -147,7 +148,7 @@ void DirectWriter::flush(QTcpSocket *socket)
 
 void DirectWriter::write(QTcpSocket *socket, const QByteArray &bytes, bool thenDetach)
 {
-    stomp::SyncLocker locker(&lock);
+    nuv::MutexLocker locker(&lock);
     if (thenDetach)
         closeDescriptor();
     writeLocked(socket, bytes);
@@ -169,7 +170,7 @@ void DirectWriter::socketWrote(QTcpSocket *socket)
 {
     markWritten();
     if (socket && socket->bytesToWrite() == 0) {
-        stomp::SyncLocker locker(&lock);
+        nuv::MutexLocker locker(&lock);
         if (pending.isEmpty())
             socketBuffered = false;
     }

@@ -2,8 +2,9 @@
 #ifndef STOMP_DIRECTWRITER_H
 #define STOMP_DIRECTWRITER_H
 
+#include "nuvmutex.h"
+
 #include <QByteArray>
-#include <QMutex>
 #include <QString>
 
 #include <atomic>
@@ -78,16 +79,17 @@ public:
     qint64 msSinceWrite() const;
 
 private:
-    void closeDescriptor(); // lock held
-    void writeLocked(QTcpSocket *socket, const QByteArray &bytes); // lock held
+    void closeDescriptor() NUV_REQUIRES(lock);
+    void writeLocked(QTcpSocket *socket, const QByteArray &bytes) NUV_REQUIRES(lock);
     void markWritten();
 
-    mutable QMutex lock;
-    int descriptor = -1; // guarded by lock; -1 while callers must post
-    const void *owner = nullptr; // guarded by lock
-    int postedSends = 0; // guarded by lock
-    bool socketBuffered = false; // guarded by lock: the QTcpSocket holds unwritten bytes
-    QByteArray pending; // guarded by lock
+    mutable nuv::Mutex lock;
+    int descriptor NUV_GUARDED_BY(lock) = -1; // -1 while callers must post
+    const void *owner NUV_GUARDED_BY(lock) = nullptr;
+    int postedSends NUV_GUARDED_BY(lock) = 0;
+    // The QTcpSocket holds bytes it has not written yet.
+    bool socketBuffered NUV_GUARDED_BY(lock) = false;
+    QByteArray pending NUV_GUARDED_BY(lock);
     // A plain clock value, written without the lock by whoever writes.
     std::atomic<qint64> lastWriteAt { 0 }; // steady clock, ms
 };

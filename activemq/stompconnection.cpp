@@ -2,7 +2,7 @@
 #include "stompconnection.h"
 
 #include "handshake.h"
-#include "tsansync.h"
+#include "nuvmutex.h"
 
 #include <QSslConfiguration>
 #include <QSslSocket>
@@ -109,7 +109,7 @@ void Connection::post(std::function<void()> work)
 {
     QMetaObject::invokeMethod(
         this,
-        [work = std::move(work), handoff = stomp::SyncHandoff()] {
+        [work = std::move(work), handoff = nuv::SyncHandoff()] {
             handoff.received();
             work();
             handoff.finished();

@@ -4,10 +4,9 @@
 #include "brokerenv.h"
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
-#include "tsansync.h"
+#include "nuvmutex.h"
 
 #include <QElapsedTimer>
-#include <QMutex>
 
 #include <algorithm>
 #include <memory>
@@ -27,7 +26,7 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 namespace {
 
 // One caller: connects, logs in, sends its share and records the outcome.
-void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadResult *total)
+void runShare(const LoadPlan &plan, int index, int count, nuv::Mutex *mutex, LoadResult *total)
 {
     LoadResult mine;
     const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
@@ -70,8 +69,8 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
         }
         transport->disconnectFromBroker();
     }
-    // A lock whose order ThreadSanitizer sees, unlike QMutexLocker's.
-    stomp::SyncLocker lock(mutex);
+    // A lock whose order ThreadSanitizer sees.
+    nuv::MutexLocker lock(mutex);
     total->answered += mine.answered;
     total->failures += mine.failures;
     total->latenciesMicros += mine.latenciesMicros;
@@ -82,7 +81,7 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
 LoadResult runLoad(const LoadPlan &plan)
 {
     LoadResult result;
-    QMutex mutex;
+    nuv::Mutex mutex;
     QElapsedTimer wall;
     wall.start();
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
