@@ -67,14 +67,18 @@ bool BlockingClient::open(const BrokerAddress &address, const BrokerSettings &br
     if (!send(connectFrame(address.host, settings)))
         return false;
     Frame answer;
-    if (!receive(&answer, limit))
+    if (!receive(&answer, limit)) {
+        abort();
         return fail(error.isEmpty()
                         ? QStringLiteral("Cannot connect to the message broker at %1: no answer "
                                          "within %2 ms")
                               .arg(where.label())
                               .arg(limit)
                         : error);
+    }
+    // A failed handshake leaves no half-open connection behind.
     if (answer.command == "ERROR") {
+        abort();
         refused = true;
         return fail(connectRefusal(where.label(), settings, answer,
                                    QStringLiteral("set the broker login and passcode.")));
