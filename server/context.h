@@ -2,9 +2,9 @@
 #ifndef NUVSERVER_CONTEXT_H
 #define NUVSERVER_CONTEXT_H
 
-#include "connectionstate.h"
 #include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
+#include "requestcounters.h"
 #include "serverengine.h"
 #include "sql.h"
 

@@ -174,7 +174,7 @@ private:
     bool opened = false;
     QString callerLogin;
     // What the statements of the request in hand did; the connection's
-    // statements count themselves here (connectionstate.h).
+    // statements count themselves here (sqlconnectionstate.h).
     RequestCounters counters;
 };
 

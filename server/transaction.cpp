@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transaction.h"
 
-#include "connectionstate.h"
 #include "dialect.h"
 #include "sql.h"
+#include "sqlconnectionstate.h"
 
 #include <QStringList>
 
@@ -34,7 +34,7 @@ Transaction::Transaction(QSqlDatabase database, Kind kind, Start start)
         return;
     }
     active = true;
-    ConnectionState *state = ConnectionState::of(db);
+    SqlConnectionState *state = SqlConnectionState::of(db);
     const QStringList begin = postgresBegin(kind);
     if (start == Start::WithNextStatement && state) {
         state->pendingBegin = begin.join(QStringLiteral("; "));
@@ -50,7 +50,7 @@ Transaction::~Transaction()
 
 bool Transaction::begun()
 {
-    ConnectionState *state = ConnectionState::of(db);
+    SqlConnectionState *state = SqlConnectionState::of(db);
     if (!state || state->pendingBegin.isEmpty())
         return true;
     state->pendingBegin.clear();
