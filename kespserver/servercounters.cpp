@@ -44,7 +44,7 @@ void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
 
 void ServerCounters::databaseRoundTrips(int count)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     roundTripCount += count;
 }
 
