@@ -9,8 +9,13 @@
 #include "servertestsupport.h"
 #include "transaction.h"
 
+#include <QMutex>
 #include <QSqlDatabase>
 #include <QtTest>
+
+#include <atomic>
+#include <thread>
+#include <vector>
 
 using namespace servertest;
 using nuvserver::Transaction;
@@ -27,6 +32,8 @@ private slots:
     void onlyChangesAreRecorded();
     void roundTripsPerRequest_data();
     void roundTripsPerRequest();
+    void enginesSideBySideGiveASerialResult_data();
+    void enginesSideBySideGiveASerialResult();
 };
 
 namespace {
@@ -159,6 +166,80 @@ void ServerReadsTest::roundTripsPerRequest()
         = engine->handle(request(command, QString(), data), "token", key);
     QVERIFY2(reply.command == "OK", qPrintable(reply.errorText));
     QCOMPARE(engine->lastRequestCounters().roundTrips, server.isPostgres() ? onPostgres : onSqlite);
+}
+
+void ServerReadsTest::enginesSideBySideGiveASerialResult_data()
+{
+    QTest::addColumn<int>("writers");
+    QTest::addColumn<int>("readers");
+    QTest::newRow("two writers") << 2 << 0;
+    QTest::newRow("two writers, two readers") << 2 << 2;
+    QTest::newRow("four writers, four readers") << 4 << 4;
+}
+
+// Engines of one process, each on a thread and a connection of its own (as
+// the workers of one daemon): every write gets a change of its own, as if
+// they had run one after another, and the reads beside them all succeed.
+void ServerReadsTest::enginesSideBySideGiveASerialResult()
+{
+    QFETCH(int, writers);
+    QFETCH(int, readers);
+    constexpr int requestsEach = 10;
+    TestServer server;
+    const nuvserver::EngineOptions options = server.options();
+    engineLogin(*server.engine(options), "token", adminUser, adminPassword);
+    const qint64 before
+        = server.inspect("SELECT value FROM meta WHERE key = 'change_counter'").toLongLong();
+
+    std::atomic<int> readsAnswered { 0 };
+    QMutex guard;
+    QStringList failures;
+    QStringList markers;
+    const auto work = [&](const QString &command, int worker) {
+        nuvserver::ServerEngine engine(options);
+        QString error;
+        if (!engine.open(&error)) {
+            const QMutexLocker locker(&guard);
+            failures.append(error);
+            return;
+        }
+        for (int i = 0; i < requestsEach; ++i) {
+            const QStringList data = command == words::addClipboard
+                ? QStringList { QString("worker %1, %2").arg(worker).arg(i) }
+                : QStringList();
+            const nuvMQClassifyMessage reply
+                = engine.handle(request(command, QString(), data), "token");
+            const QMutexLocker locker(&guard);
+            if (reply.command != "OK")
+                failures.append(reply.errorText);
+            else if (command == words::addClipboard)
+                markers.append(reply.getUpdateString());
+            else
+                ++readsAnswered;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int w = 0; w < writers; ++w)
+        threads.emplace_back(work, QString(words::addClipboard), w);
+    for (int r = 0; r < readers; ++r)
+        threads.emplace_back(work, QString(words::getRoles), r);
+    for (std::thread &thread : threads)
+        thread.join();
+
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join("; ")));
+    QCOMPARE(readsAnswered.load(), readers * requestsEach);
+    const int writes = writers * requestsEach;
+    QCOMPARE(server.inspect("SELECT count(*) FROM clipboards").toInt(), writes);
+    QCOMPARE(server.inspect("SELECT value FROM meta WHERE key = 'change_counter'").toLongLong(),
+             before + writes);
+    // One change each: the markers the writers got are the counter's
+    // values one after another.
+    QSet<qint64> counters;
+    for (const QString &marker : qAsConst(markers))
+        counters.insert(marker.section(':', -1).toLongLong());
+    QCOMPARE(counters.size(), writes);
+    for (qint64 value = before + 1; value <= before + writes; ++value)
+        QVERIFY2(counters.contains(value), qPrintable(QString::number(value)));
 }
 
 QTEST_GUILESS_MAIN(ServerReadsTest)
