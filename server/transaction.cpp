@@ -39,8 +39,19 @@ Transaction::Transaction(QSqlDatabase database, Kind kind, Start start)
     if (start == Start::WithNextStatement && state) {
         state->pendingBegin = begin.join(QStringLiteral("; "));
         state->pendingBeginStatements = begin.size();
-    } else if (!execPlain(db, begin.join(QStringLiteral("; "))))
-        rollback(); // the lock may have failed after BEGIN
+        return;
+    }
+    // One at a time, each checked: the lock may fail after BEGIN.
+    if (!execPlain(db, begin.first())) {
+        active = false;
+        return;
+    }
+    for (int i = 1; i < begin.size(); ++i) {
+        if (!execPlain(db, begin.at(i))) {
+            rollback();
+            return;
+        }
+    }
 }
 
 Transaction::~Transaction()
