@@ -272,12 +272,15 @@ void addHistory(Context &ctx, qint64 docId, const QString &action, const QString
 void indexDocument(const QSqlDatabase &db, qint64 docId)
 {
     run(db, QStringLiteral("DELETE FROM search_index WHERE doc_id = ?"), { docId });
-    QStringList texts = column(db,
-                               QStringLiteral("SELECT title || ' ' || remark || ' ' ||"
-                                              " coalesce(doc_type, '') || ' ' ||"
-                                              " coalesce(status, '') FROM documents WHERE id = ?"),
-                               { docId });
-    texts += column(db, QStringLiteral("SELECT value FROM doc_values WHERE doc_id = ?"), { docId });
+    // One statement for both sources: a round trip each on PostgreSQL.
+    const QStringList texts = column(db,
+                                     QStringLiteral("SELECT title || ' ' || remark || ' ' ||"
+                                                    " coalesce(doc_type, '') || ' ' ||"
+                                                    " coalesce(status, '') FROM documents"
+                                                    " WHERE id = ?"
+                                                    " UNION ALL SELECT value FROM doc_values"
+                                                    " WHERE doc_id = ?"),
+                                     { docId, docId });
     static const QRegularExpression nonWord(QStringLiteral("[^\\w]+"),
                                             QRegularExpression::UseUnicodePropertiesOption);
     QSet<QString> words;
