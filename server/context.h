@@ -87,8 +87,9 @@ public:
     // An SQL condition on the documents row `alias` that holds when the
     // caller may read (or write) the document; appends its bound values.
     QString documentAccess(const QString &alias, Access access, QVariantList &values);
-    // Fails unless the document exists and the caller has the access.
-    void requireDocument(qint64 id, Access access);
+    // Fails unless the document exists and the caller has the access;
+    // whether it is in the trash.
+    bool requireDocument(qint64 id, Access access);
     // Answers the records that `sql` (one placeholder, the document) selects
     // for the document named in `docId`, which the caller must be allowed to
     // read: the shape of every per-document list.
