@@ -21,10 +21,12 @@ QStringList pluginsOf(const nuvMQClassifyMessage &request)
 }
 } // namespace
 
-Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options)
+Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options,
+                 const RequestCounters &counters)
     : request(request)
     , db(std::move(db))
     , options(options)
+    , counters(counters)
     , requestArchive(archiveOf(request))
     , requestPlugins(pluginsOf(request))
 {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Login and sessions, passwords, user administration, update polling.
 
+#include "admission.h"
 #include "context.h"
 #include "loginthrottle.h"
 #include "passwordhash.h"

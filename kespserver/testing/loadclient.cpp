@@ -11,7 +11,10 @@
 #include <QMutex>
 
 #include <algorithm>
+#include <condition_variable>
+#include <limits>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -29,16 +32,93 @@ namespace {
 
 namespace words = nuvprotocol::words;
 
-// One caller: connects, logs in, sends its share and records the outcome.
-void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadResult *total)
+// Holds the callers until all have logged in, so that logins are not part
+// of what is measured.
+class StartLine
+{
+public:
+    StartLine(int callers, const std::function<void()> &onStart)
+        : waiting(callers)
+        , onStart(onStart)
+    { }
+
+    void arrive()
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (--waiting == 0) {
+            if (onStart)
+                onStart();
+            wall.start();
+            opened.notify_all();
+            return;
+        }
+        opened.wait(lock, [this] { return waiting == 0; });
+    }
+
+    QElapsedTimer wall; // started when the line opens
+
+private:
+    std::mutex mutex;
+    std::condition_variable opened;
+    int waiting;
+    const std::function<void()> &onStart;
+};
+
+bool isFailure(const nuvMQClassifyMessage &answer, const nuvMQClassifyMessage &request)
+{
+    if (answer.command == QLatin1String(nuvprotocol::status::error))
+        return true;
+    // A clipboard that was made has a key.
+    return request.command == QLatin1String(words::addClipboard) && answer.getDocId().isEmpty();
+}
+
+// Request `n` of caller `index`.
+nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
+{
+    const QString document = plan.documents.value(index);
+    nuvMQClassifyMessage request;
+    switch (plan.mix) {
+    case LoadMix::Reads: {
+        static const char *const mix[]
+            = { words::getRoles, words::getArchives, words::getDocumentData };
+        const char *word = mix[n % 3];
+        request = command(QLatin1String(word), {});
+        if (n % 3 == 2) {
+            request.setDataList({ QStringLiteral("*") });
+            request.setDocId(document);
+        }
+        return request;
+    }
+    case LoadMix::Writes:
+        if (n % 2 == 0) {
+            request = command(QLatin1String(words::classify),
+                              { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                + QStringLiteral("Round %1").arg(n) });
+            request.setDocId(document);
+            return request;
+        }
+        break;
+    case LoadMix::Clipboards:
+        break;
+    }
+    return command(QLatin1String(words::addClipboard),
+                   { QStringLiteral("%1-%2-%3").arg(plan.prefix).arg(index).arg(n) });
+}
+
+// One caller: connects, logs in, waits at the start line, sends its share
+// (or for the plan's time) and records the outcome.
+void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMutex *mutex,
+              LoadResult *total)
 {
     LoadResult mine;
     const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    if (!transport || !transport->connectToBroker(plan.host, plan.port)) {
+    const bool connected = transport && transport->connectToBroker(plan.host, plan.port);
+    if (!connected) {
         mine.failures << QStringLiteral("thread %1: cannot connect: %2")
                              .arg(index)
                              .arg(transport ? transport->lastErrorText
                                             : QStringLiteral("no plugin"));
+        count = 0;
     } else {
         transport->setUserName(plan.user);
         nuvMQClassifyMessage login
@@ -52,28 +132,33 @@ void runShare(const LoadPlan &plan, int index, int count, QMutex *mutex, LoadRes
                                  .arg(transport->lastErrorText, reply.errorText);
             count = 0;
         }
-        for (int n = 0; n < count; ++n) {
-            nuvMQClassifyMessage request
-                = command(QLatin1String(words::addClipboard),
-                          { QStringLiteral("%1-%2-%3").arg(plan.prefix).arg(index).arg(n) });
-            nuvMQClassifyMessage answer;
-            QElapsedTimer clock;
-            clock.start();
-            const bool ok = transport->sendSyncMessage(&request, &answer, nuvClassifyMessageKind,
-                                                       plan.timeoutSeconds, 0, QString(), nullptr);
-            mine.latenciesMicros.append(clock.nsecsElapsed() / 1000);
-            if (!ok)
-                mine.failures
-                    << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(transport->lastErrorText);
-            else if (answer.command == QLatin1String(nuvprotocol::status::error)
-                     || answer.getDocId().isEmpty())
-                mine.failures
-                    << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(answer.errorText);
-            else
-                ++mine.answered;
-        }
-        transport->disconnectFromBroker();
     }
+    // Callers that failed arrive too: the others must not wait for them.
+    line->arrive();
+    const qint64 deadline = plan.seconds > 0 ? qint64(plan.seconds * 1000) : -1;
+    if (deadline >= 0 && mine.failures.isEmpty())
+        count = std::numeric_limits<int>::max();
+    for (int n = 0; n < count && (deadline < 0 || line->wall.elapsed() < deadline); ++n) {
+        nuvMQClassifyMessage request = requestFor(plan, index, n);
+        nuvMQClassifyMessage answer;
+        QElapsedTimer clock;
+        clock.start();
+        const bool ok = transport->sendSyncMessage(&request, &answer, nuvClassifyMessageKind,
+                                                   plan.timeoutSeconds, 0, QString(), nullptr);
+        mine.latenciesMicros.append(clock.nsecsElapsed() / 1000);
+        if (!ok)
+            mine.failures
+                << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(transport->lastErrorText);
+        else if (isFailure(answer, request))
+            mine.failures << QStringLiteral("%1-%2: %3 %4")
+                                 .arg(index)
+                                 .arg(n)
+                                 .arg(request.command, answer.errorText);
+        else
+            ++mine.answered;
+    }
+    if (connected)
+        transport->disconnectFromBroker();
     // A lock whose order ThreadSanitizer sees, unlike QMutexLocker's.
     stomp::SyncLocker lock(mutex);
     total->answered += mine.answered;
@@ -87,17 +172,16 @@ LoadResult runLoad(const LoadPlan &plan)
 {
     LoadResult result;
     QMutex mutex;
-    QElapsedTimer wall;
-    wall.start();
+    StartLine line(plan.threads, plan.onStart);
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
     std::vector<std::thread> threads;
     for (int t = 0; t < plan.threads; ++t) {
         const int count = plan.requests / plan.threads + (t < plan.requests % plan.threads ? 1 : 0);
-        threads.emplace_back(runShare, plan, t, count, &mutex, &result);
+        threads.emplace_back(runShare, plan, t, count, &line, &mutex, &result);
     }
     for (std::thread &thread : threads)
         thread.join();
-    result.wallMillis = wall.elapsed();
+    result.wallMillis = line.wall.elapsed();
     return result;
 }
 
