@@ -43,9 +43,19 @@ QString userRecord(const QString &login)
     return joined({ login, userPassword, login, QString(), QStringLiteral("0") });
 }
 
+// The server answers every success with "OK"; anything else (an error, or
+// no reply at all) is a failure.
 bool failed(const nuvMQClassifyMessage &reply)
 {
-    return reply.command == QLatin1String(nuvprotocol::status::error);
+    return reply.command != QLatin1String(nuvprotocol::status::ok);
+}
+
+qint64 changeCounter(const QString &database)
+{
+    return testdatabase::queryOnce(database,
+                                   QStringLiteral("SELECT CAST(value AS BIGINT) FROM meta"
+                                                  " WHERE key = 'change_counter'"))
+        .toLongLong();
 }
 
 // What a caller that lost a race must be told; empty where every request
@@ -148,10 +158,7 @@ QString Burst::prepare(const Send &admin)
 
 void Burst::start()
 {
-    counterBefore = testdatabase::queryOnce(database,
-                                            QStringLiteral("SELECT CAST(value AS BIGINT) FROM meta"
-                                                           " WHERE key = 'change_counter'"))
-                        .toLongLong();
+    counterBefore = changeCounter(database);
 }
 
 QStringList Burst::check() const
@@ -197,11 +204,7 @@ QStringList Burst::check() const
         expect(QStringLiteral("successful requests"), successes, requests);
     }
     // Each successful write moved the counter once, and nothing else did.
-    expect(QStringLiteral("change counter"),
-           count(QStringLiteral("SELECT CAST(value AS BIGINT) FROM meta"
-                                " WHERE key = 'change_counter'"))
-               - counterBefore,
-           successes);
+    expect(QStringLiteral("change counter"), changeCounter(database) - counterBefore, successes);
 
     switch (scenario) {
     case Scenario::NewIds: {
