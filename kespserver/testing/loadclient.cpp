@@ -111,27 +111,12 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMute
               LoadResult *total)
 {
     LoadResult mine;
-    const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    const bool connected = transport && transport->connectToBroker(plan.host, plan.port);
-    if (!connected) {
-        mine.failures << QStringLiteral("thread %1: cannot connect: %2")
-                             .arg(index)
-                             .arg(transport ? transport->lastErrorText
-                                            : QStringLiteral("no plugin"));
+    QString error;
+    const std::unique_ptr<nuvMQClientInterface> transport = loggedInTransport(
+        plan.host, plan.port, plan.user, plan.password, plan.timeoutSeconds, &error);
+    if (!transport) {
+        mine.failures << QStringLiteral("thread %1: %2").arg(index).arg(error);
         count = 0;
-    } else {
-        transport->setUserName(plan.user);
-        nuvMQClassifyMessage login
-            = command(QLatin1String(words::login), { plan.user, plan.password, QString() });
-        nuvMQClassifyMessage reply;
-        if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, plan.timeoutSeconds,
-                                        0, QString(), nullptr)
-            || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
-            mine.failures << QStringLiteral("thread %1: login failed: %2 %3")
-                                 .arg(index)
-                                 .arg(transport->lastErrorText, reply.errorText);
-            count = 0;
-        }
     }
     // Callers that failed arrive too: the others must not wait for them.
     line->arrive();
@@ -157,7 +142,7 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMute
         else
             ++mine.answered;
     }
-    if (connected)
+    if (transport)
         transport->disconnectFromBroker();
     // A lock whose order ThreadSanitizer sees, unlike QMutexLocker's.
     stomp::SyncLocker lock(mutex);
@@ -167,6 +152,36 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMute
 }
 
 } // namespace
+
+std::unique_ptr<nuvMQClientInterface> loggedInTransport(const QString &host, quint16 port,
+                                                        const QString &user,
+                                                        const QString &password, int timeoutSeconds,
+                                                        QString *error)
+{
+    std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
+    if (!transport) {
+        *error = QStringLiteral("cannot connect: no transport plugin");
+        return nullptr;
+    }
+    if (!transport->connectToBroker(host, port)) {
+        *error = QStringLiteral("cannot connect: ") + transport->lastErrorText;
+        return nullptr;
+    }
+    transport->setUserName(user);
+    nuvMQClassifyMessage login
+        = command(QLatin1String(words::login), { user, password, QString() });
+    nuvMQClassifyMessage reply;
+    // Any status holding the error word refuses a login.
+    if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, timeoutSeconds, 0,
+                                    QString(), nullptr)
+        || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
+        *error
+            = QStringLiteral("login failed: %1 %2").arg(transport->lastErrorText, reply.errorText);
+        transport->disconnectFromBroker();
+        return nullptr;
+    }
+    return transport;
+}
 
 LoadResult runLoad(const LoadPlan &plan)
 {

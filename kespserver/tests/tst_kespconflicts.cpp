@@ -9,6 +9,7 @@
 
 #include "conflictburst.h"
 #include "kesptest.h"
+#include "loadclient.h"
 #include "nuvmqclientinterface.h"
 #include "protocolwords.h"
 #include "serverprocess.h"
@@ -54,21 +55,13 @@ nuvMQClassifyMessage send(nuvMQClientInterface &transport, const nuvMQClassifyMe
     return reply;
 }
 
-// A transport connected and logged in as the administrator; the reason
-// when that failed.
+// A transport logged in as the administrator; the reason when that failed.
 QString logIn(const stomp::BrokerEnv &broker, std::unique_ptr<nuvMQClientInterface> &transport)
 {
-    transport = stomp::newTransport();
-    if (!transport)
-        return QStringLiteral("no transport plugin");
-    if (!transport->connectToBroker(broker.host(), broker.stompPort()))
-        return transport->lastErrorText;
-    transport->setUserName(kesptest::user);
-    nuvMQClassifyMessage login;
-    login.command = QLatin1String(nuvprotocol::words::login);
-    login.setDataList({ kesptest::user, kesptest::password, QString() });
-    const nuvMQClassifyMessage reply = send(*transport, login);
-    return reply.command == QLatin1String(nuvprotocol::status::error) ? reply.errorText : QString();
+    QString error;
+    transport = kesp::loggedInTransport(broker.host(), broker.stompPort(), kesptest::user,
+                                        kesptest::password, 30, &error);
+    return error;
 }
 
 } // namespace

@@ -176,22 +176,11 @@ Figures summarise(const kesp::LoadResult &result)
 
 std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, const QString &user)
 {
-    std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    if (!transport || !transport->connectToBroker(broker.host(), broker.stompPort())) {
-        std::fprintf(stderr, "nuvkespload: %s cannot connect\n", qPrintable(user));
-        return nullptr;
-    }
-    transport->setUserName(user);
-    nuvMQClassifyMessage login
-        = kesp::command(QLatin1String(words::login), { user, loadPassword, {} });
-    nuvMQClassifyMessage reply;
-    if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
-                                    nullptr)
-        || reply.command == QLatin1String(nuvprotocol::status::error)) {
-        std::fprintf(stderr, "nuvkespload: %s cannot log in: %s%s\n", qPrintable(user),
-                     qPrintable(transport->lastErrorText), qPrintable(reply.errorText));
-        return nullptr;
-    }
+    QString error;
+    std::unique_ptr<nuvMQClientInterface> transport = kesp::loggedInTransport(
+        broker.host(), broker.stompPort(), user, loadPassword, 30, &error);
+    if (!transport)
+        std::fprintf(stderr, "nuvkespload: %s: %s\n", qPrintable(user), qPrintable(error));
     return transport;
 }
 
