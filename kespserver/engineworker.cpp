@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "engineworker.h"
 
-#include <chrono>
-
 namespace kesp {
 
 EngineWorker::EngineWorker()
@@ -12,43 +10,47 @@ EngineWorker::EngineWorker()
 EngineWorker::~EngineWorker()
 {
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        nuv::MutexLocker lock(&mutex);
         quitting = true;
+        changed.wakeAll();
     }
-    changed.notify_all();
     thread.join();
 }
 
 void EngineWorker::start(std::function<void()> work)
 {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        job = std::move(work);
-        busy = true;
-    }
-    changed.notify_all();
+    nuv::MutexLocker lock(&mutex);
+    job = std::move(work);
+    busy = true;
+    changed.wakeAll();
 }
 
 bool EngineWorker::wait(int waitMs)
 {
-    std::unique_lock<std::mutex> lock(mutex);
-    return changed.wait_for(lock, std::chrono::milliseconds(waitMs), [this] { return !busy; });
+    const QDeadlineTimer deadline(waitMs);
+    nuv::MutexLocker lock(&mutex);
+    while (busy) {
+        if (!mutex.wait(changed, deadline))
+            return !busy;
+    }
+    return true;
 }
 
 void EngineWorker::loop()
 {
-    std::unique_lock<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     for (;;) {
-        changed.wait(lock, [this] { return quitting || job; });
+        while (!quitting && !job)
+            mutex.wait(changed);
         if (quitting)
             return;
         std::function<void()> work = std::move(job);
         job = nullptr;
-        lock.unlock();
+        mutex.unlock();
         work();
-        lock.lock();
+        mutex.lock();
         busy = false;
-        changed.notify_all();
+        changed.wakeAll();
     }
 }
 

@@ -2,9 +2,9 @@
 #ifndef KESPSERVER_ENGINEWORKER_H
 #define KESPSERVER_ENGINEWORKER_H
 
-#include <condition_variable>
+#include "nuvmutex.h"
+
 #include <functional>
-#include <mutex>
 #include <thread>
 
 namespace kesp {
@@ -33,11 +33,11 @@ public:
 private:
     void loop();
 
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::function<void()> job;
-    bool busy = false;
-    bool quitting = false;
+    nuv::Mutex mutex;
+    QWaitCondition changed;
+    std::function<void()> job NUV_GUARDED_BY(mutex);
+    bool busy NUV_GUARDED_BY(mutex) = false;
+    bool quitting NUV_GUARDED_BY(mutex) = false;
     std::thread thread;
 };
 

@@ -2,7 +2,7 @@
 #ifndef KESPSERVER_REQUESTSERVER_H
 #define KESPSERVER_REQUESTSERVER_H
 
-#include "brokerlink.h"
+#include "blockingclient.h"
 #include "engineworker.h"
 #include "metrics.h"
 #include "nuvmqclassifymessage.h"
@@ -91,7 +91,7 @@ private:
 
     const ServerConfig &config;
     nuvserver::ServerEngine &engine;
-    BrokerLink link;
+    stomp::BlockingClient link;
     EngineWorker worker;
     ServerCounters counters;
     QElapsedTimer sincePrune;
