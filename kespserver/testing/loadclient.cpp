@@ -6,9 +6,9 @@
 #include "nuvmqclientinterface.h"
 #include "nuvmutex.h"
 #include "protocolwords.h"
+#include "startline.h"
 
 #include <QElapsedTimer>
-#include <QWaitCondition>
 
 #include <algorithm>
 #include <limits>
@@ -29,39 +29,6 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 namespace {
 
 namespace words = nuvprotocol::words;
-
-// Holds the callers until all have logged in, so that logins are not part
-// of what is measured.
-class StartLine
-{
-public:
-    StartLine(int callers, const std::function<void()> &onStart)
-        : waiting(callers)
-        , onStart(onStart)
-    { }
-
-    void arrive()
-    {
-        nuv::MutexLocker lock(&mutex);
-        if (--waiting == 0) {
-            if (onStart)
-                onStart();
-            wall.start();
-            opened.wakeAll();
-            return;
-        }
-        while (waiting != 0)
-            mutex.wait(opened);
-    }
-
-    QElapsedTimer wall; // started when the line opens
-
-private:
-    nuv::Mutex mutex;
-    QWaitCondition opened;
-    int waiting NUV_GUARDED_BY(mutex);
-    const std::function<void()> &onStart;
-};
 
 bool isFailure(const nuvMQClassifyMessage &answer, const nuvMQClassifyMessage &request)
 {
@@ -106,7 +73,7 @@ nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
 
 // One caller: connects, logs in, waits at the start line, sends its share
 // (or for the plan's time) and records the outcome.
-void runShare(const LoadPlan &plan, int index, int count, StartLine *line, nuv::Mutex *mutex,
+void runShare(const LoadPlan &plan, int index, int count, nuv::StartLine *line, nuv::Mutex *mutex,
               LoadResult *total)
 {
     LoadResult mine;
@@ -185,7 +152,7 @@ LoadResult runLoad(const LoadPlan &plan)
 {
     LoadResult result;
     nuv::Mutex mutex;
-    StartLine line(plan.threads, plan.onStart);
+    nuv::StartLine line(plan.threads, plan.onStart);
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
     std::vector<std::thread> threads;
     for (int t = 0; t < plan.threads; ++t) {

@@ -3,11 +3,10 @@
 
 #include "protocolwords.h"
 #include "scratchdatabase.h"
+#include "startline.h"
 
 #include <QSet>
 
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -309,22 +308,12 @@ QStringList Burst::check() const
 void runTogether(int callers, const std::function<void(int)> &setUp,
                  const std::function<void()> &onStart, const std::function<void(int)> &body)
 {
-    std::mutex mutex;
-    std::condition_variable opened;
-    int waiting = callers;
+    nuv::StartLine line(callers, onStart);
     std::vector<std::thread> threads;
     for (int caller = 0; caller < callers; ++caller) {
         threads.emplace_back([&, caller] {
             setUp(caller);
-            {
-                std::unique_lock<std::mutex> lock(mutex);
-                if (--waiting == 0) {
-                    onStart();
-                    opened.notify_all();
-                } else {
-                    opened.wait(lock, [&waiting] { return waiting == 0; });
-                }
-            }
+            line.arrive();
             body(caller);
         });
     }
