@@ -4,8 +4,9 @@
 #include "base64text.h"
 #include "connectionstate.h"
 #include "exitstatus.h"
+#include "fieldvalues.h"
 #include "logtext.h"
-#include "records.h"
+#include "protocolwords.h"
 #include "senderidentity.h"
 #include "serverengine.h"
 
@@ -35,7 +36,7 @@ constexpr qint64 sweepEveryMs = 60 * 1000;
 // An answer the daemon gives without the engine.
 void refuse(nuvMQClassifyMessage &reply, const QString &text)
 {
-    reply.command = QStringLiteral("ERROR");
+    reply.command = QLatin1String(nuvprotocol::status::error);
     reply.hasErrorText = true;
     reply.errorText = text;
 }
@@ -371,7 +372,7 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     QString user;
     const QString problem = decodeRequest(message.body, &request);
     if (!problem.isEmpty()) {
-        reply.command = QStringLiteral("ERROR");
+        reply.command = QLatin1String(nuvprotocol::status::error);
         reply.hasErrorText = true;
         reply.errorText = QStringLiteral("the request could not be decoded: ") + problem;
     } else {
@@ -413,7 +414,7 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
     if (!link.send(ack))
         return Outcome::Lost;
 
-    const bool failed = reply.command == QLatin1String("ERROR");
+    const bool failed = reply.command == QLatin1String(nuvprotocol::status::error);
     counters.answered(timer.nsecsElapsed() / 1000, failed, replayed);
     if (config.verbosity >= 1) {
         // The command, who asked and how it went; never an argument (a

@@ -5,10 +5,12 @@
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
 #include "nuvmutex.h"
+#include "protocolwords.h"
 
 #include <QElapsedTimer>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -25,51 +27,136 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 
 namespace {
 
-// One caller: connects, logs in, sends its share and records the outcome.
-void runShare(const LoadPlan &plan, int index, int count, nuv::Mutex *mutex, LoadResult *total)
+namespace words = nuvprotocol::words;
+
+// Holds the callers until all have logged in, so that logins are not part
+// of what is measured.
+class StartLine
+{
+public:
+    StartLine(int callers, const std::function<void()> &onStart)
+        : waiting(callers)
+        , onStart(onStart)
+    { }
+
+    void arrive()
+    {
+        nuv::MutexLocker lock(&mutex);
+        if (--waiting == 0) {
+            if (onStart)
+                onStart();
+            wall.start();
+            opened.wakeAll();
+            return;
+        }
+        while (waiting != 0)
+            mutex.wait(opened);
+    }
+
+    QElapsedTimer wall; // started when the line opens
+
+private:
+    nuv::Mutex mutex;
+    QWaitCondition opened;
+    int waiting NUV_GUARDED_BY(mutex);
+    const std::function<void()> &onStart;
+};
+
+bool isFailure(const nuvMQClassifyMessage &answer, const nuvMQClassifyMessage &request)
+{
+    if (answer.command == QLatin1String(nuvprotocol::status::error))
+        return true;
+    // A clipboard that was made has a key.
+    return request.command == QLatin1String(words::addClipboard) && answer.getDocId().isEmpty();
+}
+
+// Request `n` of caller `index`.
+nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
+{
+    const QString document = plan.documents.value(index);
+    nuvMQClassifyMessage request;
+    switch (plan.mix) {
+    case LoadMix::Reads: {
+        static const char *const reads[]
+            = { words::getRoles, words::getArchives, words::getDocumentData };
+        const char *word = reads[n % 3];
+        request = command(QLatin1String(word), {});
+        if (n % 3 == 2) {
+            request.setDataList({ QStringLiteral("*") });
+            request.setDocId(document);
+        }
+        return request;
+    }
+    case LoadMix::Writes:
+        if (n % 2 == 0) {
+            request = command(QLatin1String(words::classify),
+                              { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                + QStringLiteral("Round %1").arg(n) });
+            request.setDocId(document);
+            return request;
+        }
+        break;
+    case LoadMix::Clipboards:
+        break;
+    }
+    return command(QLatin1String(words::addClipboard),
+                   { QStringLiteral("%1-%2-%3").arg(plan.prefix).arg(index).arg(n) });
+}
+
+// One caller: connects, logs in, waits at the start line, sends its share
+// (or for the plan's time) and records the outcome.
+void runShare(const LoadPlan &plan, int index, int count, StartLine *line, nuv::Mutex *mutex,
+              LoadResult *total)
 {
     LoadResult mine;
     const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    if (!transport || !transport->connectToBroker(plan.host, plan.port)) {
+    const bool connected = transport && transport->connectToBroker(plan.host, plan.port);
+    if (!connected) {
         mine.failures << QStringLiteral("thread %1: cannot connect: %2")
                              .arg(index)
                              .arg(transport ? transport->lastErrorText
                                             : QStringLiteral("no plugin"));
+        count = 0;
     } else {
         transport->setUserName(plan.user);
         nuvMQClassifyMessage login
-            = command(QStringLiteral("CFLOGIN"), { plan.user, plan.password, QString() });
+            = command(QLatin1String(words::login), { plan.user, plan.password, QString() });
         nuvMQClassifyMessage reply;
         if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, plan.timeoutSeconds,
                                         0, QString(), nullptr)
-            || reply.command.contains(QLatin1String("ERROR"))) {
+            || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
             mine.failures << QStringLiteral("thread %1: login failed: %2 %3")
                                  .arg(index)
                                  .arg(transport->lastErrorText, reply.errorText);
             count = 0;
         }
-        for (int n = 0; n < count; ++n) {
-            nuvMQClassifyMessage request
-                = command(QStringLiteral("CFADDCLIPBOARD"),
-                          { QStringLiteral("%1-%2-%3").arg(plan.prefix).arg(index).arg(n) });
-            nuvMQClassifyMessage answer;
-            QElapsedTimer clock;
-            clock.start();
-            const bool ok = transport->sendSyncMessage(&request, &answer, nuvClassifyMessageKind,
-                                                       plan.timeoutSeconds, 0, QString(), nullptr);
-            mine.latenciesMicros.append(clock.nsecsElapsed() / 1000);
-            if (!ok)
-                mine.failures
-                    << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(transport->lastErrorText);
-            else if (answer.command == QLatin1String("ERROR") || answer.getDocId().isEmpty())
-                mine.failures
-                    << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(answer.errorText);
-            else
-                ++mine.answered;
-        }
-        transport->disconnectFromBroker();
     }
-    // A lock whose order ThreadSanitizer sees.
+    // Callers that failed arrive too: the others must not wait for them.
+    line->arrive();
+    const qint64 deadline = plan.seconds > 0 ? qint64(plan.seconds * 1000) : -1;
+    if (deadline >= 0 && mine.failures.isEmpty())
+        count = std::numeric_limits<int>::max();
+    for (int n = 0; n < count && (deadline < 0 || line->wall.elapsed() < deadline); ++n) {
+        nuvMQClassifyMessage request = requestFor(plan, index, n);
+        nuvMQClassifyMessage answer;
+        QElapsedTimer clock;
+        clock.start();
+        const bool ok = transport->sendSyncMessage(&request, &answer, nuvClassifyMessageKind,
+                                                   plan.timeoutSeconds, 0, QString(), nullptr);
+        mine.latenciesMicros.append(clock.nsecsElapsed() / 1000);
+        if (!ok)
+            mine.failures
+                << QStringLiteral("%1-%2: %3").arg(index).arg(n).arg(transport->lastErrorText);
+        else if (isFailure(answer, request))
+            mine.failures << QStringLiteral("%1-%2: %3 %4")
+                                 .arg(index)
+                                 .arg(n)
+                                 .arg(request.command, answer.errorText);
+        else
+            ++mine.answered;
+    }
+    if (connected)
+        transport->disconnectFromBroker();
     nuv::MutexLocker lock(mutex);
     total->answered += mine.answered;
     total->failures += mine.failures;
@@ -82,17 +169,16 @@ LoadResult runLoad(const LoadPlan &plan)
 {
     LoadResult result;
     nuv::Mutex mutex;
-    QElapsedTimer wall;
-    wall.start();
+    StartLine line(plan.threads, plan.onStart);
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
     std::vector<std::thread> threads;
     for (int t = 0; t < plan.threads; ++t) {
         const int count = plan.requests / plan.threads + (t < plan.requests % plan.threads ? 1 : 0);
-        threads.emplace_back(runShare, plan, t, count, &mutex, &result);
+        threads.emplace_back(runShare, plan, t, count, &line, &mutex, &result);
     }
     for (std::thread &thread : threads)
         thread.join();
-    result.wallMillis = wall.elapsed();
+    result.wallMillis = line.wall.elapsed();
     return result;
 }
 

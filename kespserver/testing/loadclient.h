@@ -8,21 +8,34 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
+
 namespace kesp {
 
 /*
  * Callers of the real STOMP transport plugin on threads of their own, each
  * with its own connection and login, each sending its share of numbered
- * CFADDCLIPBOARD requests (one new clipboard per request: an effect that
- * a second application would turn into an error). For the scale-out tests
- * and the measurement tool.
+ * requests. For the scale-out tests and the measurement tool.
  */
 struct LoadResult
 {
     int answered = 0; // calls that got an OK reply
     QStringList failures; // what went wrong, one entry per failed call
     QVector<qint64> latenciesMicros;
-    qint64 wallMillis = 0;
+    qint64 wallMillis = 0; // from onStart to the last reply
+};
+
+// What the callers send.
+enum class LoadMix {
+    // CFADDCLIPBOARD only, one new clipboard per request: an effect that a
+    // second application would turn into an error.
+    Clipboards,
+    // CFROLES, CFDOCGETARCHIVES and CFDOCINFO of the caller's document in
+    // turn: commands that change nothing.
+    Reads,
+    // CFDOCCLASSIFY of the caller's document and a new clipboard in turn:
+    // writes on rows that no other caller touches.
+    Writes,
 };
 
 struct LoadPlan
@@ -34,7 +47,16 @@ struct LoadPlan
     QString prefix; // clipboard names are PREFIX-THREAD-N
     int threads = 4;
     int requests = 2000; // in all, spread over the threads
+    // When above zero, every caller sends for this long instead and
+    // `requests` is ignored.
+    double seconds = 0;
     int timeoutSeconds = 30;
+    LoadMix mix = LoadMix::Clipboards;
+    // Reads and Writes: one document id per caller, the caller's own.
+    QStringList documents;
+    // Called once every caller has logged in, right before the first
+    // request: what it sees is the measured part only.
+    std::function<void()> onStart;
 };
 
 // A request of `word` with `items` as its string list.

@@ -5,16 +5,22 @@
 // plugin and prints the throughput and the round-trip percentiles.
 //
 //   NUV_BROKER_DIR=... nuvkespload [instances] [requests] [threads] [--json]
-//   NUV_BROKER_DIR=... nuvkespload --roles [count] [warm-up] [--json]
+//   NUV_BROKER_DIR=... nuvkespload --mix read|write [instances] [threads] [seconds]
+//                      [--db-delay MS] [--json]
+//   NUV_BROKER_DIR=... nuvkespload --roles [count] [warm-up] [--db-delay MS] [--json]
 //   NUV_BROKER_DIR=... nuvkespload --fairness [instances] [seconds] [--json]
 //
+// Without an option every request is a new clipboard. --mix sends reads
+// (CFROLES, CFDOCGETARCHIVES, CFDOCINFO) or writes on rows of the caller's
+// own (CFDOCCLASSIFY of its document, a new clipboard) for a given time.
 // --roles times getRoles() through the classify plugin, one call at a time,
 // against one instance: the round trip of a small read with the real engine
-// answering. --fairness has one user send the heaviest request the limits
-// allow (CFDOCMULTICLASSIFY of NUV_SERVER_MAX_IDS documents) in a loop while
-// another user calls CFROLES, and reports the second user's round trips:
-// what one user's load costs the others. --json prints one JSON object (for
-// scripts/bench).
+// answering. --db-delay puts nuvdelayproxy between the instances and
+// PostgreSQL, adding MS milliseconds each way as a database on another host
+// would, and reports the database round trips per request that it counted. --fairness has one user
+// send the heaviest request the limits allow (CFDOCMULTICLASSIFY of NUV_SERVER_MAX_IDS documents)
+// in a loop while another user calls CFROLES, and reports the second user's round trips: what one
+// user's load costs the others. --json prints one JSON object (for scripts/bench).
 //
 // The database is SQLite, or a fresh database on a PostgreSQL server when
 // NUV_TEST_POSTGRES_URL names one (or NUV_TEST_POSTGRES_DIR the state
@@ -24,15 +30,14 @@
 #include "classifyinterface.h"
 #include "installlayout.h"
 #include "loadclient.h"
+#include "loadsetup.h"
 #include "nuvmqclientinterface.h"
-#include "scratchdatabase.h"
+#include "protocolwords.h"
 #include "serverengine.h"
-#include "serverprocess.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QPluginLoader>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <atomic>
@@ -43,56 +48,25 @@
 
 namespace {
 
-const QString loadUser = QStringLiteral("load");
-const QString loadPassword = QStringLiteral("load-password");
+namespace words = nuvprotocol::words;
 
-// A fresh database and the server instances on it, stopped on destruction.
-class Servers
+using kespload::loadPassword;
+using kespload::loadUser;
+
+// Round trips per request as text for JSON: null without a proxy.
+QByteArray roundTrips(const kespload::Servers &servers, qint64 exchanges, int requests)
 {
-public:
-    bool start(const stomp::BrokerEnv &broker, int instances)
-    {
-        const QString database = scratch.location();
-        nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(database);
-        options.pbkdf2Iterations = 1000; // logins are not what is measured
-        QString error;
-        if (!nuvserver::ServerEngine::initialiseDatabase(options, loadUser, loadPassword,
-                                                         QStringLiteral("Load"), &error)) {
-            std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(error));
-            return false;
-        }
-        const QString address = QStringLiteral("%1:%2").arg(broker.host()).arg(broker.stompPort());
-        for (int i = 0; i < instances; ++i) {
-            list.push_back(std::make_unique<kesp::ServerProcess>(
-                QStringLiteral("load%1").arg(i), database, address,
-                dir.filePath(QStringLiteral("server%1.log").arg(i)),
-                QStringList { QStringLiteral("--quiet") }));
-            if (!list.back()->start()) {
-                std::fprintf(stderr, "nuvkespload: a server did not start:\n%s\n",
-                             qPrintable(list.back()->log()));
-                return false;
-            }
-        }
-        return true;
-    }
+    if (!servers.proxied() || requests <= 0)
+        return QByteArrayLiteral("null");
+    return QByteArray::number(double(exchanges) / requests, 'f', 2);
+}
 
-    void stop()
-    {
-        for (const auto &server : list)
-            server->stop();
-    }
-
-    ~Servers() { stop(); }
-
-    QTemporaryDir dir;
-    testdatabase::ScratchDatabase scratch { dir.filePath(QStringLiteral("load.db")) };
-    std::vector<std::unique_ptr<kesp::ServerProcess>> list;
-};
-
-int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, bool json)
+int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, int delayMs, bool json)
 {
-    Servers servers;
-    if (!servers.start(broker, 1))
+    kespload::Servers servers;
+    kespload::ServerSetup setup;
+    setup.databaseDelayMs = delayMs;
+    if (!servers.start(broker, setup))
         return 1;
     QPluginLoader loader(nuvlayout::classifyPluginFile());
     auto *root = qobject_cast<ClassifyInterface *>(loader.instance());
@@ -108,7 +82,10 @@ int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, bool jso
     QVector<qint64> micros;
     micros.reserve(count);
     QElapsedTimer clock;
+    qint64 exchangesBefore = 0;
     for (int n = 0; n < warmUp + count; ++n) {
+        if (n == warmUp)
+            exchangesBefore = servers.databaseExchanges();
         clock.start();
         const QStringList roles = client->getRoles();
         const qint64 elapsed = clock.nsecsElapsed() / 1000;
@@ -120,127 +97,49 @@ int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, bool jso
         if (n >= warmUp)
             micros.append(elapsed);
     }
+    const QByteArray trips
+        = roundTrips(servers, servers.databaseExchanges() - exchangesBefore, count);
     client->disconnectFromNuvKESP();
     const double median = kesp::percentileMillis(micros, 0.5) * 1000.0;
     const double p99 = kesp::percentileMillis(micros, 0.99) * 1000.0;
-    if (json)
+    if (json && delayMs >= 0)
+        std::printf("{\"kind\": \"roles_db\", \"delay_ms\": %d, \"count\": %d, "
+                    "\"median_us\": %.1f, \"p99_us\": %.1f, \"db_round_trips\": %s}\n",
+                    delayMs, count, median, p99, trips.constData());
+    else if (json)
         std::printf("{\"kind\": \"rtt\", \"exchange\": \"server_getRoles\", \"count\": %d, "
                     "\"median_us\": %.1f, \"p99_us\": %.1f}\n",
                     count, median, p99);
     else
         std::printf("getRoles() against one instance, %d calls after %d warm-up: median %.1f us, "
-                    "p99 %.1f us\n",
-                    count, warmUp, median, p99);
+                    "p99 %.1f us, database round trips per call %s\n",
+                    count, warmUp, median, p99, trips.constData());
     return 0;
-}
-
-// Sends the engine's answer to `request` on `token`; null text on success.
-QString engineCall(nuvserver::ServerEngine &engine, const QString &token, const QString &word,
-                   const QStringList &items, const QString &docId = QString(),
-                   QString *replyDocId = nullptr)
-{
-    nuvMQClassifyMessage request = kesp::command(word, items);
-    request.setDocId(docId);
-    const nuvMQClassifyMessage reply = engine.handle(request, token);
-    if (replyDocId)
-        *replyDocId = reply.getDocId();
-    return reply.command == QLatin1String("ERROR") ? word + QStringLiteral(": ") + reply.errorText
-                                                   : QString();
-}
-
-// Two users besides the administrator, and `count` documents of the first:
-// the ids, joined by U+FEFF as CFDOCMULTICLASSIFY takes them.
-QString seedFairness(const QString &database, int count, QString *error)
-{
-    nuvserver::EngineOptions options = nuvserver::EngineOptions::fromEnvironment(database);
-    options.pbkdf2Iterations = 1000;
-    nuvserver::ServerEngine engine(options);
-    if (!engine.open(error))
-        return QString();
-    const QString admin = QStringLiteral("00000000000000000000000000000001");
-    const QString heavy = QStringLiteral("00000000000000000000000000000002");
-    const QChar separator(0xFEFF);
-    *error = engineCall(engine, admin, QStringLiteral("CFLOGIN"), { loadUser, loadPassword, {} });
-    for (const char *name : { "heavy", "light" }) {
-        if (error->isEmpty())
-            *error
-                = engineCall(engine, admin, QStringLiteral("CFDOCSETUSERS"),
-                             { QStringList { QLatin1String(name), loadPassword, QLatin1String(name),
-                                             QString(), QStringLiteral("0") }
-                                   .join(separator) },
-                             QStringLiteral("0"));
-    }
-    if (error->isEmpty())
-        *error = engineCall(engine, admin, QStringLiteral("CFSAVEDOCTYPES"), { "Letter" });
-    if (error->isEmpty())
-        *error = engineCall(engine, heavy, QStringLiteral("CFLOGIN"),
-                            { QStringLiteral("heavy"), loadPassword, {} });
-    QStringList ids;
-    for (int i = 0; i < count && error->isEmpty(); ++i) {
-        QString id;
-        *error = engineCall(engine, heavy, QStringLiteral("CFGETNEXTOID"), {}, QString(), &id);
-        if (error->isEmpty())
-            *error = engineCall(engine, heavy, QStringLiteral("CFDOCNEWCLASSIFY"),
-                                { QStringLiteral("Letter"), QStringLiteral("Document %1").arg(i) },
-                                id);
-        ids.append(id);
-    }
-    return error->isEmpty() ? ids.join(separator) : QString();
-}
-
-// A transport logged in as `user`; null with the reason printed.
-std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, const QString &user)
-{
-    std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    if (!transport || !transport->connectToBroker(broker.host(), broker.stompPort())) {
-        std::fprintf(stderr, "nuvkespload: %s cannot connect\n", qPrintable(user));
-        return nullptr;
-    }
-    transport->setUserName(user);
-    nuvMQClassifyMessage login
-        = kesp::command(QStringLiteral("CFLOGIN"), { user, loadPassword, {} });
-    nuvMQClassifyMessage reply;
-    if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
-                                    nullptr)
-        || reply.command == QLatin1String("ERROR")) {
-        std::fprintf(stderr, "nuvkespload: %s cannot log in: %s%s\n", qPrintable(user),
-                     qPrintable(transport->lastErrorText), qPrintable(reply.errorText));
-        return nullptr;
-    }
-    return transport;
-}
-
-// One call; its round trip in microseconds, or -1 when it failed.
-qint64 timedCall(nuvMQClientInterface &transport, nuvMQClassifyMessage request)
-{
-    nuvMQClassifyMessage reply;
-    QElapsedTimer clock;
-    clock.start();
-    const bool ok = transport.sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 60, 0,
-                                              QString(), nullptr);
-    const qint64 micros = clock.nsecsElapsed() / 1000;
-    if (!ok || reply.command == QLatin1String("ERROR")) {
-        std::fprintf(stderr, "nuvkespload: %s failed: %s%s\n", qPrintable(request.command),
-                     qPrintable(transport.lastErrorText), qPrintable(reply.errorText));
-        return -1;
-    }
-    return micros;
 }
 
 int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, bool json)
 {
-    Servers servers;
-    if (!servers.start(broker, instances))
+    kespload::Servers servers;
+    if (!servers.prepare())
         return 1;
-    const int count = nuvserver::EngineOptions::fromEnvironment(servers.scratch.location()).maxIds;
-    QString error;
-    const QString ids = seedFairness(servers.scratch.location(), count, &error);
+    const int count = nuvserver::EngineOptions::fromEnvironment(servers.database()).maxIds;
+    QString error = kespload::seedCatalogue(servers.database(),
+                                            { QStringLiteral("heavy"), QStringLiteral("light") });
+    QStringList ids;
+    if (error.isEmpty())
+        ids = kespload::seedDocuments(servers.database(), QStringLiteral("heavy"), count, &error);
+    kespload::ServerSetup setup;
+    setup.instances = instances;
     if (!error.isEmpty()) {
         std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(error));
         return 1;
     }
-    std::unique_ptr<nuvMQClientInterface> heavy = loggedIn(broker, QStringLiteral("heavy"));
-    std::unique_ptr<nuvMQClientInterface> light = loggedIn(broker, QStringLiteral("light"));
+    if (!servers.start(broker, setup))
+        return 1;
+    std::unique_ptr<nuvMQClientInterface> heavy
+        = kespload::loggedIn(broker, QStringLiteral("heavy"));
+    std::unique_ptr<nuvMQClientInterface> light
+        = kespload::loggedIn(broker, QStringLiteral("light"));
     if (!heavy || !light)
         return 1;
 
@@ -249,11 +148,12 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     bool heavyFailed = false;
     std::thread loop([&] {
         for (int n = 0; !done; ++n) {
-            nuvMQClassifyMessage request = kesp::command(
-                QStringLiteral("CFDOCMULTICLASSIFY"),
-                { QStringLiteral("title") + QChar(0xFEFF) + QStringLiteral("Round %1").arg(n) });
-            request.setDocId(ids);
-            const qint64 micros = timedCall(*heavy, request);
+            nuvMQClassifyMessage request
+                = kesp::command(QLatin1String(words::multipleClassify),
+                                { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                  + QStringLiteral("Round %1").arg(n) });
+            request.setDocId(ids.join(nuvprotocol::recordSeparator));
+            const qint64 micros = kespload::timedCall(*heavy, request);
             heavyFailed = heavyFailed || micros < 0;
             if (micros < 0)
                 return;
@@ -265,7 +165,8 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     QElapsedTimer wall;
     wall.start();
     while (wall.elapsed() < qint64(seconds) * 1000 && !lightFailed) {
-        const qint64 micros = timedCall(*light, kesp::command(QStringLiteral("CFROLES"), {}));
+        const qint64 micros
+            = kespload::timedCall(*light, kesp::command(QLatin1String(words::getRoles), {}));
         lightFailed = micros < 0;
         if (!lightFailed)
             lightMicros.append(micros);
@@ -302,42 +203,85 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
 
 int measureLoad(const stomp::BrokerEnv &broker, int instances, int requests, int threads, bool json)
 {
-    Servers servers;
-    if (!servers.start(broker, instances))
+    kespload::Servers servers;
+    kespload::ServerSetup setup;
+    setup.instances = instances;
+    if (!servers.start(broker, setup))
         return 1;
-    kesp::LoadPlan plan;
-    plan.host = broker.host();
-    plan.port = broker.stompPort();
-    plan.user = loadUser;
-    plan.password = loadPassword;
-    plan.prefix = QStringLiteral("load");
-    plan.threads = threads;
+    kesp::LoadPlan plan = kespload::loadPlan(broker, QStringLiteral("load"), threads);
     plan.requests = requests;
     const kesp::LoadResult result = kesp::runLoad(plan);
     servers.stop();
-    const double perSecond
-        = result.wallMillis > 0 ? 1000.0 * result.answered / double(result.wallMillis) : 0.0;
-    const double p50 = kesp::percentileMillis(result.latenciesMicros, 0.5);
-    const double p99 = kesp::percentileMillis(result.latenciesMicros, 0.99);
+    const kespload::Figures figures = kespload::summarise(result);
     if (json) {
         std::printf("{\"kind\": \"load\", \"instances\": %d, \"threads\": %d, \"requests\": %d, "
                     "\"answered\": %d, \"failed\": %d, \"wall_ms\": %lld, \"per_second\": %.1f, "
                     "\"p50_ms\": %.3f, \"p99_ms\": %.3f}\n",
                     instances, threads, requests, result.answered, int(result.failures.size()),
-                    static_cast<long long>(result.wallMillis), perSecond, p50, p99);
+                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
+                    figures.p99Ms);
     } else {
         std::printf("instances %d, callers %d, requests %d, answered %d, failed %d\n", instances,
                     threads, requests, result.answered, int(result.failures.size()));
         std::printf("wall %lld ms, throughput %.0f requests/s, round trip p50 %.2f ms, "
                     "p99 %.2f ms\n",
-                    static_cast<long long>(result.wallMillis), perSecond, p50, p99);
+                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
+                    figures.p99Ms);
         for (int i = 0; i < instances; ++i)
             std::printf("instance %d answered %lld\n", i,
                         static_cast<long long>(
-                            servers.list.at(size_t(i))->reported(QStringLiteral("requests"))));
+                            servers.list().at(size_t(i))->reported(QStringLiteral("requests"))));
     }
-    for (const QString &failure : result.failures.mid(0, 5))
-        std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(failure));
+    return result.failures.isEmpty() ? 0 : 1;
+}
+
+// Reads or writes on rows of each caller's own for `seconds`.
+int measureMix(const stomp::BrokerEnv &broker, kesp::LoadMix mix,
+               const kespload::ServerSetup &setup, int threads, double seconds, bool json)
+{
+    kespload::Servers servers;
+    if (!servers.prepare())
+        return 1;
+    QString error = kespload::seedCatalogue(servers.database(), {});
+    QStringList documents;
+    if (error.isEmpty())
+        documents = kespload::seedDocuments(servers.database(), loadUser, threads, &error);
+    if (!error.isEmpty()) {
+        std::fprintf(stderr, "nuvkespload: %s\n", qPrintable(error));
+        return 1;
+    }
+    if (!servers.start(broker, setup))
+        return 1;
+    kesp::LoadPlan plan = kespload::loadPlan(broker, QStringLiteral("mix"), threads);
+    plan.seconds = seconds;
+    plan.mix = mix;
+    plan.documents = documents;
+    qint64 exchangesBefore = 0;
+    plan.onStart = [&] { exchangesBefore = servers.databaseExchanges(); };
+    const kesp::LoadResult result = kesp::runLoad(plan);
+    const qint64 exchanges = servers.databaseExchanges() - exchangesBefore;
+    servers.stop();
+    const int sent = result.answered + int(result.failures.size());
+    const QByteArray trips = roundTrips(servers, exchanges, sent);
+    const kespload::Figures figures = kespload::summarise(result);
+    const char *mixName = mix == kesp::LoadMix::Reads ? "read" : "write";
+    const char *database = testdatabase::onPostgres() ? "postgresql" : "sqlite";
+    if (json)
+        std::printf("{\"kind\": \"mix\", \"mix\": \"%s\", \"database\": \"%s\", "
+                    "\"delay_ms\": %d, \"instances\": %d, \"workers\": 1, \"threads\": %d, "
+                    "\"answered\": %d, \"failed\": %d, \"wall_ms\": %lld, \"per_second\": %.1f, "
+                    "\"p50_ms\": %.3f, \"p99_ms\": %.3f, \"db_round_trips\": %s}\n",
+                    mixName, database, setup.databaseDelayMs, setup.instances, threads,
+                    result.answered, int(result.failures.size()),
+                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
+                    figures.p99Ms, trips.constData());
+    else
+        std::printf("%s mix on %s, %d instances, %d callers, %.1f s: answered %d, failed %d, "
+                    "%.0f requests/s, p50 %.2f ms, p99 %.2f ms, database round trips per "
+                    "request %s\n",
+                    mixName, database, setup.instances, threads, seconds, result.answered,
+                    int(result.failures.size()), figures.perSecond, figures.p50Ms, figures.p99Ms,
+                    trips.constData());
     return result.failures.isEmpty() ? 0 : 1;
 }
 
@@ -354,6 +298,23 @@ int main(int argc, char **argv)
     const bool json = args.removeAll(QStringLiteral("--json")) > 0;
     const bool roles = args.removeAll(QStringLiteral("--roles")) > 0;
     const bool fairness = args.removeAll(QStringLiteral("--fairness")) > 0;
+    // Options with a value: taken out, so that the numbers stay in place.
+    const auto takeValue = [&args](const QString &option) {
+        const int at = args.indexOf(option);
+        if (at < 0 || at + 1 >= args.size())
+            return QString();
+        const QString value = args.at(at + 1);
+        args.erase(args.begin() + at, args.begin() + at + 2);
+        return value;
+    };
+    const QString mixName = takeValue(QStringLiteral("--mix"));
+    const QString delay = takeValue(QStringLiteral("--db-delay"));
+    const int delayMs = delay.isEmpty() ? -1 : qMax(0, delay.toInt());
+    if (!mixName.isEmpty() && mixName != QLatin1String("read")
+        && mixName != QLatin1String("write")) {
+        std::fprintf(stderr, "nuvkespload: --mix takes read or write\n");
+        return 2;
+    }
 
     const stomp::BrokerEnv broker;
     if (!broker.ok()) {
@@ -364,12 +325,22 @@ int main(int argc, char **argv)
     if (roles) {
         const int count = qMax(1, args.value(1, QStringLiteral("2000")).toInt());
         const int warmUp = qMax(0, args.value(2, QStringLiteral("200")).toInt());
-        return measureRoles(broker, count, warmUp, json);
+        return measureRoles(broker, count, warmUp, delayMs, json);
     }
     if (fairness) {
         const int instances = qMax(1, args.value(1, QStringLiteral("2")).toInt());
         const int seconds = qMax(1, args.value(2, QStringLiteral("20")).toInt());
         return measureFairness(broker, instances, seconds, json);
+    }
+    if (!mixName.isEmpty()) {
+        kespload::ServerSetup setup;
+        setup.instances = qMax(1, args.value(1, QStringLiteral("1")).toInt());
+        setup.databaseDelayMs = delayMs;
+        const int threads = qMax(1, args.value(2, QStringLiteral("16")).toInt());
+        const double seconds = qMax(0.1, args.value(3, QStringLiteral("5")).toDouble());
+        return measureMix(
+            broker, mixName == QLatin1String("read") ? kesp::LoadMix::Reads : kesp::LoadMix::Writes,
+            setup, threads, seconds, json);
     }
     const int instances = qMax(1, args.value(1, QStringLiteral("1")).toInt());
     const int requests = qMax(1, args.value(2, QStringLiteral("2000")).toInt());
