@@ -107,25 +107,56 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
         return fail(QStringLiteral("connectToBroker cannot be called from the transport's own "
                                    "I/O thread."));
     stomp::BrokerSettings options;
-    stomp::BrokerAddress address;
+    stomp::BrokerList named;
     QString error;
     if (!stomp::loadSettings(stomp::stompEnvironment(), stomp::defaultConfigFile(), &options,
                              &error)
-        || !stomp::parseAddress(host, port, options.tls, &address, &error))
+        || !named.parse(host, port, options.tls, &error))
         return fail(error);
-    if (address.tls && !QSslSocket::supportsSsl())
-        return fail(QStringLiteral("Cannot connect to the message broker at %1: TLS is not "
-                                   "available (the OpenSSL library could not be loaded).")
-                        .arg(address.label()));
-    if (address.tls && !options.caFile.isEmpty()
-        && QSslCertificate::fromPath(options.caFile).isEmpty())
-        return fail(QStringLiteral("Cannot connect to the message broker at %1: the CA file %2 "
-                                   "holds no PEM certificate.")
-                        .arg(address.label(), options.caFile));
+    for (const stomp::BrokerAddress &address : named.addresses()) {
+        if (!tlsUsable(address, options, &error))
+            return fail(error);
+    }
+    // The same brokers as before keep their turn: after a loss, the next
+    // one comes first.
+    if (named.addresses() != brokers.addresses())
+        brokers = named;
 
     closeSession(QStringLiteral("The connection to the message broker was replaced by a new "
                                 "one."));
     ensureIoThread();
+    QStringList failures;
+    for (const int index : brokers.attemptOrder()) {
+        brokers.used(index);
+        if (openSession(brokers.addresses().at(index), options, &error))
+            return true;
+        failures << error;
+    }
+    return fail(brokers.allFailed(failures));
+}
+
+bool ActiveMqTransport::tlsUsable(const stomp::BrokerAddress &address,
+                                  const stomp::BrokerSettings &options, QString *error)
+{
+    if (address.tls && !QSslSocket::supportsSsl()) {
+        *error = QStringLiteral("Cannot connect to the message broker at %1: TLS is not "
+                                "available (the OpenSSL library could not be loaded).")
+                     .arg(address.label());
+        return false;
+    }
+    if (address.tls && !options.caFile.isEmpty()
+        && QSslCertificate::fromPath(options.caFile).isEmpty()) {
+        *error = QStringLiteral("Cannot connect to the message broker at %1: the CA file %2 "
+                                "holds no PEM certificate.")
+                     .arg(address.label(), options.caFile);
+        return false;
+    }
+    return true;
+}
+
+bool ActiveMqTransport::openSession(const stomp::BrokerAddress &address,
+                                    const stomp::BrokerSettings &options, QString *error)
+{
     auto next = std::make_shared<ConnectionState>(address, stomp::newSessionToken());
     QByteArray id;
     {
@@ -154,9 +185,11 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
                   .arg(address.tls ? QStringLiteral("; is this its STOMP+SSL port?") : QString());
         post([io, next, text] { io->finish(next, text); });
         next->closed(text);
-        return fail(text);
+        *error = text;
+        return false;
     }
-    return fail(next->closeReason());
+    *error = next->closeReason();
+    return false;
 }
 
 void ActiveMqTransport::closeSession(const QString &reason)

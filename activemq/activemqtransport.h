@@ -3,6 +3,7 @@
 #define ACTIVEMQTRANSPORT_H
 
 #include "brokerconfig.h"
+#include "brokerlist.h"
 #include "connectionstate.h"
 #include "nuvmqclientinterface.h"
 #include "nuvmutex.h"
@@ -82,6 +83,11 @@ private:
     bool onIoThread() const;
     void ensureIoThread();
     void post(std::function<void()> work);
+    static bool tlsUsable(const stomp::BrokerAddress &address, const stomp::BrokerSettings &options,
+                          QString *error);
+    // One connection attempt to one broker, replacing the current session.
+    bool openSession(const stomp::BrokerAddress &address, const stomp::BrokerSettings &options,
+                     QString *error) NUV_REQUIRES(lifecycle);
     // Sends DISCONNECT, waits briefly for its receipt and drops the socket.
     void closeSession(const QString &reason);
     QByteArray nextId(const char *prefix);
@@ -94,6 +100,7 @@ private:
     bool decodeInto(const stomp::Frame &frame, nuvMQMessage *message, const QString &what);
 
     nuv::Mutex lifecycle; // serialises connect, disconnect and deletion
+    stomp::BrokerList brokers NUV_GUARDED_BY(lifecycle);
     mutable nuv::Mutex stateLock;
     std::shared_ptr<stomp::ConnectionState> session NUV_GUARDED_BY(stateLock);
     stomp::BrokerSettings settings NUV_GUARDED_BY(stateLock);

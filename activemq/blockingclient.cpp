@@ -95,6 +95,23 @@ bool BlockingClient::open(const BrokerAddress &address, const BrokerSettings &br
     return true;
 }
 
+bool BlockingClient::open(const BrokerList &brokers, const BrokerSettings &brokerSettings)
+{
+    if (brokers.addresses() != rotation.addresses())
+        rotation = brokers;
+    QStringList failures;
+    bool allRefused = true;
+    for (const int index : rotation.attemptOrder()) {
+        rotation.used(index);
+        if (open(rotation.addresses().at(index), brokerSettings))
+            return true;
+        failures << error;
+        allRefused = allRefused && refused;
+    }
+    refused = allRefused;
+    return fail(rotation.allFailed(failures));
+}
+
 bool BlockingClient::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch)
 {
     Frame frame("SUBSCRIBE");

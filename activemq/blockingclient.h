@@ -3,6 +3,7 @@
 #define STOMP_BLOCKINGCLIENT_H
 
 #include "brokerconfig.h"
+#include "brokerlist.h"
 #include "stompframe.h"
 #include "stompparser.h"
 
@@ -35,6 +36,11 @@ public:
     // TCP (or TLS), CONNECT and CONNECTED, each within
     // settings.connectTimeoutMs; false with errorText().
     bool open(const BrokerAddress &address, const BrokerSettings &settings);
+    // The same with each of `brokers` in turn until one takes the
+    // connection, starting with the one after the broker this client used
+    // last (so a reconnect after a loss goes to the next broker first).
+    // wasRefused() only when every broker refused.
+    bool open(const BrokerList &brokers, const BrokerSettings &settings);
     // Subscribes with client-individual acknowledgement and the given
     // prefetch, waiting for the broker's receipt.
     bool subscribe(const QByteArray &id, const QByteArray &destination, int prefetch);
@@ -80,6 +86,7 @@ private:
     Parser parser;
     QList<Frame> held; // arrived while a receipt was awaited
     BrokerAddress where;
+    BrokerList rotation; // the brokers of the last open(BrokerList), with their turn
     BrokerSettings settings;
     QString error;
     bool refused = false;

@@ -49,6 +49,12 @@ struct BrokerAddress
 
     // "host:port" or "host:port over TLS", for error texts.
     QString label() const;
+
+    bool operator==(const BrokerAddress &other) const
+    {
+        return host == other.host && port == other.port && tls == other.tls;
+    }
+    bool operator!=(const BrokerAddress &other) const { return !(*this == other); }
 };
 
 using Environment = QMap<QString, QString>;

@@ -51,6 +51,11 @@ QList<QCommandLineOption> optionList()
 
 bool parseBroker(const QString &argument, Options *options, QString *error)
 {
+    // A list of brokers names each one's port; the transport reads it whole.
+    if (argument.trimmed().startsWith(QLatin1String("failover:"), Qt::CaseInsensitive)) {
+        options->brokerHost = argument.trimmed();
+        return true;
+    }
     // A scheme (ssl://, tcp://) stays on the host: the transport reads it
     // and refuses one it does not know.
     const int schemeEnd = argument.indexOf(QLatin1String("://"));

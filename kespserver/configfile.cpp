@@ -15,7 +15,9 @@ const QVector<SettingKey> &settingKeys()
     using K = SettingKey;
     static const QVector<SettingKey> keys = {
         { "NUV_KESP_BROKER", K::Text, 0, "broker", "host:port", "127.0.0.1:61613",
-          "The broker's STOMP port as HOST:PORT (ssl://HOST:PORT for TLS)." },
+          "The broker's STOMP port as HOST:PORT (ssl://HOST:PORT for TLS), or several as "
+          "failover:(tcp://HOST:PORT,tcp://HOST:PORT): tried in turn, the next one after a "
+          "loss." },
         { "NUV_KESP_DATABASE", K::Location, 0, "database", "file|url", nullptr,
           "The database: an existing SQLite file, or postgresql://USER@HOST:PORT/NAME to share "
           "one PostgreSQL database between servers (give a password through PGPASSWORD, "

@@ -152,7 +152,7 @@ RequestServer::Connection RequestServer::connectOnce(QString *why)
         link.abort();
         return refused ? Connection::Refused : Connection::Failed;
     };
-    if (!link.open(config.broker, config.settings))
+    if (!link.open(config.brokers, config.settings))
         return failed();
     if (peers) {
         const Connection met = meetPeers();

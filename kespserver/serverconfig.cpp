@@ -199,14 +199,19 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
         return false;
     }
     const QString where = settings.value("NUV_KESP_BROKER");
+    // Each broker of a list names its own port.
+    if (where.trimmed().startsWith(QLatin1String("failover:"), Qt::CaseInsensitive))
+        return config->brokers.parse(where, 0, config->settings.tls, error);
     QString host;
     quint16 port = 0;
     if (!splitHostPort(where, &host, &port)) {
-        *error = QStringLiteral("the broker must be given as HOST:PORT, not '%1'").arg(where);
+        *error = QStringLiteral("the broker must be given as HOST:PORT or "
+                                "failover:(tcp://HOST:PORT,...), not '%1'")
+                     .arg(where);
         return false;
     }
-    return stomp::parseAddress(where.left(where.lastIndexOf(QLatin1Char(':'))), port,
-                               config->settings.tls, &config->broker, error);
+    return config->brokers.parse(where.left(where.lastIndexOf(QLatin1Char(':'))), port,
+                                 config->settings.tls, error);
 }
 
 } // namespace kesp

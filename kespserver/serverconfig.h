@@ -3,6 +3,7 @@
 #define KESPSERVER_SERVERCONFIG_H
 
 #include "brokerconfig.h"
+#include "brokerlist.h"
 #include "configfile.h"
 
 #include <QProcessEnvironment>
@@ -23,7 +24,7 @@ struct ServerConfig
 
     Command command = Command::Serve;
     Settings sources; // every setting, with where it came from
-    stomp::BrokerAddress broker;
+    stomp::BrokerList brokers;
     stomp::BrokerSettings settings;
     QString database;
     QString name; // in every log line, to tell instances apart

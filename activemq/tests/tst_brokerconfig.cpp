@@ -3,6 +3,7 @@
 // address a caller passes.
 
 #include "brokerconfig.h"
+#include "brokerlist.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
@@ -26,6 +27,10 @@ private slots:
     void address();
     void destinations_data();
     void destinations();
+    void brokerList_data();
+    void brokerList();
+    void brokerTurns_data();
+    void brokerTurns();
 
 private:
     QTemporaryDir dir;
@@ -225,6 +230,98 @@ void BrokerConfigTest::destinations()
     QFETCH(QString, name);
     QFETCH(QString, kind);
     QTEST(stomp::destinationFor(name, kind), "destination");
+}
+
+void BrokerConfigTest::brokerList_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<qint64>("port");
+    QTest::addColumn<bool>("tlsByDefault");
+    QTest::addColumn<QStringList>("labels"); // empty: an error containing `error`
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("one broker") << "tcp://h" << qint64(61613) << false << QStringList { "h:61613" }
+                                << QString();
+    QTest::newRow("two brokers") << "failover:(tcp://a:61613,tcp://b:61623)" << qint64(1) << false
+                                 << QStringList { "a:61613", "b:61623" } << QString();
+    QTest::newRow("TLS on one, spaces, options")
+        << "failover:( ssl://a:61614 , tcp://b:61613 )?randomize=false" << qint64(1) << false
+        << QStringList { "a:61614 over TLS", "b:61613" } << QString();
+    QTest::newRow("bare hosts follow the TLS setting")
+        << "failover:(a:1,b:2)" << qint64(0) << true
+        << QStringList { "a:1 over TLS", "b:2 over TLS" } << QString();
+    QTest::newRow("without parentheses") << "failover:tcp://a:1,tcp://b:2?timeout=5" << qint64(0)
+                                         << false << QStringList { "a:1", "b:2" } << QString();
+    QTest::newRow("a missing port takes the given one")
+        << "failover:(tcp://a,tcp://b:2)" << qint64(7) << false << QStringList { "a:7", "b:2" }
+        << QString();
+    QTest::newRow("IPv6 literals") << "failover:(tcp://[::1]:1,tcp://[::1]:2)" << qint64(0) << false
+                                   << QStringList { "[::1]:1", "[::1]:2" } << QString();
+    QTest::newRow("no port anywhere") << "failover:(tcp://a,tcp://b)" << qint64(0) << false
+                                      << QStringList() << "port 0 is not a TCP port";
+    QTest::newRow("port not a number")
+        << "failover:(tcp://a:x)" << qint64(0) << false << QStringList() << "\"x\" is not a port";
+    QTest::newRow("empty entry") << "failover:(tcp://a:1,,tcp://b:2)" << qint64(0) << false
+                                 << QStringList() << "empty entry";
+    QTest::newRow("unclosed list")
+        << "failover:(tcp://a:1" << qint64(0) << false << QStringList() << "no closing parenthesis";
+    QTest::newRow("unknown scheme inside")
+        << "failover:(http://a:1)" << qint64(0) << false << QStringList() << "unknown scheme";
+}
+
+void BrokerConfigTest::brokerList()
+{
+    QFETCH(QString, text);
+    QFETCH(qint64, port);
+    QFETCH(bool, tlsByDefault);
+    QFETCH(QStringList, labels);
+    QFETCH(QString, error);
+    stomp::BrokerList list;
+    QString problem;
+    const bool parsed = list.parse(text, port, tlsByDefault, &problem);
+    QCOMPARE(parsed, !labels.isEmpty());
+    if (!parsed) {
+        QVERIFY2(problem.contains(error), qPrintable(problem));
+        return;
+    }
+    QStringList got;
+    for (const BrokerAddress &address : list.addresses())
+        got << address.label();
+    QCOMPARE(got, labels);
+    if (labels.size() == 1)
+        QCOMPARE(list.label(), labels.first());
+    else
+        QVERIFY2(list.label().startsWith(QLatin1String("failover:(")), qPrintable(list.label()));
+}
+
+void BrokerConfigTest::brokerTurns_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("lastUsed"); // -1: none yet
+    QTest::addColumn<QList<int>>("order");
+
+    QTest::newRow("first connection") << 3 << -1 << QList<int> { 0, 1, 2 };
+    QTest::newRow("after the first broker") << 3 << 0 << QList<int> { 1, 2, 0 };
+    QTest::newRow("after the last broker") << 3 << 2 << QList<int> { 0, 1, 2 };
+    QTest::newRow("a single broker") << 1 << 0 << QList<int> { 0 };
+}
+
+void BrokerConfigTest::brokerTurns()
+{
+    QFETCH(int, count);
+    QFETCH(int, lastUsed);
+    QFETCH(QList<int>, order);
+    QStringList entries;
+    for (int i = 0; i < count; ++i)
+        entries << QStringLiteral("tcp://h%1:1").arg(i);
+    stomp::BrokerList list;
+    QString problem;
+    QVERIFY2(list.parse(QStringLiteral("failover:(%1)").arg(entries.join(QLatin1Char(','))), 0,
+                        false, &problem),
+             qPrintable(problem));
+    if (lastUsed >= 0)
+        list.used(lastUsed);
+    QCOMPARE(list.attemptOrder(), order);
 }
 
 QTEST_GUILESS_MAIN(BrokerConfigTest)

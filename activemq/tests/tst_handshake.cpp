@@ -8,6 +8,7 @@
 #include "fakebroker.h"
 #include "handshake.h"
 
+#include <QTcpServer>
 #include <QtTest>
 
 using stomp::BrokerSettings;
@@ -28,6 +29,7 @@ private slots:
     void refusal();
     void blockingClient_data();
     void blockingClient();
+    void blockingClientGoesToTheNextBroker();
 };
 
 void HandshakeTest::heartBeats_data()
@@ -235,6 +237,48 @@ void HandshakeTest::blockingClient()
     QVERIFY(fake.wait(QDeadlineTimer(10000)));
     QCOMPARE(connect.header("login"), QByteArray("nuv"));
     QCOMPARE(connect.header("accept-version"), QByteArray("1.2"));
+}
+
+void HandshakeTest::blockingClientGoesToTheNextBroker()
+{
+    // A port where nothing listens, then a broker that takes two
+    // connections in turn.
+    QTcpServer unused;
+    QVERIFY(unused.listen(QHostAddress::LocalHost));
+    const quint16 deadPort = unused.serverPort();
+    unused.close();
+    const QByteArray connected = QByteArray("CONNECTED\nversion:1.2\n\n") + '\0';
+    FakeBroker fake([&](FakeLink &link) {
+        if (link.expect("CONNECT"))
+            link.write(connected);
+        link.awaitClose(10000);
+    });
+    const quint16 livePort = fake.listen();
+    stomp::BrokerList brokers;
+    QString error;
+    QVERIFY2(brokers.parse(QStringLiteral("failover:(tcp://127.0.0.1:%1,tcp://127.0.0.1:%2)")
+                               .arg(deadPort)
+                               .arg(livePort),
+                           0, false, &error),
+             qPrintable(error));
+    BrokerSettings settings;
+    settings.heartBeatMs = 0;
+    settings.connectTimeoutMs = 5000;
+    stomp::BlockingClient client;
+    QVERIFY2(client.open(brokers, settings), qPrintable(client.errorText()));
+    QCOMPARE(client.label(), QStringLiteral("127.0.0.1:%1").arg(livePort));
+    client.abort();
+    QVERIFY(fake.wait(QDeadlineTimer(10000)));
+
+    // Both gone: one text naming each broker, and no refusal.
+    QVERIFY(!client.open(brokers, settings));
+    QVERIFY(!client.wasRefused());
+    QVERIFY2(client.errorText().startsWith(QLatin1String("Cannot connect to any of the message "
+                                                         "brokers failover:(")),
+             qPrintable(client.errorText()));
+    QVERIFY2(client.errorText().contains(QString::number(deadPort))
+                 && client.errorText().contains(QString::number(livePort)),
+             qPrintable(client.errorText()));
 }
 
 QTEST_GUILESS_MAIN(HandshakeTest)
