@@ -396,6 +396,7 @@ RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
             runOnWorker([&] {
                 reply = engine.handle(request, origin, key, &replayed);
                 user = engine.lastCaller();
+                counters.databaseRoundTrips(engine.lastRequestCounters().roundTrips);
             });
         }
     }

@@ -42,6 +42,12 @@ void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
     }
 }
 
+void ServerCounters::databaseRoundTrips(int count)
+{
+    nuv::MutexLocker lock(&mutex);
+    roundTripCount += count;
+}
+
 void ServerCounters::expired()
 {
     nuv::MutexLocker lock(&mutex);
@@ -112,6 +118,9 @@ QByteArray ServerCounters::prometheusText() const
            "Requests dropped because their caller had given up.", expiredCount);
     metric(out, "nuvkesp_broker_connections_total", "counter", "Connections made to the broker.",
            connectCount);
+    // Divided by the requests: what a database on another host costs each.
+    metric(out, "nuvkesp_database_round_trips_total", "counter",
+           "Statements sent to the database (each a round trip).", roundTripCount);
     metric(out, "nuvkesp_broker_connected", "gauge",
            "1 while subscribed to the request queue, else 0.", connectedSince.isValid() ? 1 : 0);
     metric(out, "nuvkesp_start_time_seconds", "gauge", "When the instance started (Unix time).",

@@ -25,6 +25,8 @@ class ServerCounters
 public:
     void answered(qint64 micros, bool failed, bool replayed);
     void expired();
+    // The database statements one request sent (ServerEngine's count).
+    void databaseRoundTrips(int count);
     void connected(const QString &broker);
     void disconnected();
 
@@ -45,6 +47,7 @@ private:
     qint64 expiredCount NUV_GUARDED_BY(mutex) = 0;
     qint64 replayedCount NUV_GUARDED_BY(mutex) = 0;
     qint64 connectCount NUV_GUARDED_BY(mutex) = 0;
+    qint64 roundTripCount NUV_GUARDED_BY(mutex) = 0;
     qint64 totalMicros NUV_GUARDED_BY(mutex) = 0;
     qint64 maxMicros NUV_GUARDED_BY(mutex) = 0;
     // not cumulative

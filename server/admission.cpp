@@ -12,7 +12,7 @@ namespace {
 
 // How often a session's last-seen time is written: often enough to keep the
 // time-out's precision, rarely enough that a busy session does not cost every
-// request a row update.
+// request a row update (at most once a minute).
 int lastSeenRefreshSeconds(int timeoutMinutes)
 {
     return qMin(60, timeoutMinutes * 60 / 4);
@@ -24,34 +24,115 @@ QDateTime utcTime(const QString &text)
     return local.isValid() ? QDateTime(local.date(), local.time(), Qt::UTC) : QDateTime();
 }
 
+// The columns a session is read from, from `first` on, in the order of
+// sessionColumns; none without a session.
+const char *const sessionColumns = "s.user_id, u.login, s.state, coalesce(s.archive_id, 0),"
+                                   " s.last_seen, s.connection";
+
+std::optional<LoginSession> sessionFrom(const QSqlQuery &query, int first, const QString &token)
+{
+    if (query.value(first).isNull())
+        return std::nullopt;
+    LoginSession session;
+    session.token = token;
+    session.userId = query.value(first).toLongLong();
+    session.login = query.value(first + 1).toString();
+    session.state = query.value(first + 2).toString();
+    session.archiveId = query.value(first + 3).toLongLong();
+    session.lastSeen = query.value(first + 4).toString();
+    session.connection = query.value(first + 5).toString();
+    return session;
+}
+
+// An empty text as NULL, which equals nothing: no session has an empty
+// token, no request an empty key.
+QVariant orNull(const QString &text)
+{
+    return text.isEmpty() ? QVariant() : QVariant(text);
+}
+
 } // namespace
 
-void admitCaller(Context &ctx, const CommandEntry &entry, int timeoutMinutes)
+RequestStart loadRequestStart(const QSqlDatabase &db, const QString &token,
+                              const QString &requestKey)
 {
-    ctx.session = loadSession(ctx.db, ctx.token);
+    // One row always: the session joins it when there is one. Every
+    // statement is a round trip on PostgreSQL, and every request needs these.
+    QSqlQuery query
+        = run(db,
+              QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'),"
+                             " (SELECT value FROM meta WHERE key = 'change_counter'),"
+                             " (SELECT reply FROM processed_requests WHERE request_key = ?), s.*"
+                             " FROM (SELECT 1 AS one) o LEFT JOIN (SELECT %1"
+                             " FROM sessions s JOIN users u ON u.id = s.user_id"
+                             " WHERE s.token = ? AND u.active = 1) s ON 1 = 1")
+                  .arg(QLatin1String(sessionColumns)),
+              { orNull(requestKey), orNull(token) });
+    RequestStart start;
+    if (!query.next())
+        fail(QStringLiteral("database error: the database has no update marker"));
+    start.databaseId = query.value(0).toString();
+    start.changeCounter = query.value(1).toString();
+    if (!query.value(2).isNull())
+        start.storedReply = query.value(2).toByteArray();
+    start.session = sessionFrom(query, 3, token);
+    return start;
+}
+
+std::optional<LoginSession> loadSession(const QSqlDatabase &db, const QString &token)
+{
+    if (token.isEmpty())
+        return std::nullopt;
+    QSqlQuery query = run(db,
+                          QStringLiteral("SELECT %1 FROM sessions s"
+                                         " JOIN users u ON u.id = s.user_id"
+                                         " WHERE s.token = ? AND u.active = 1")
+                              .arg(QLatin1String(sessionColumns)),
+                          { token });
+    if (!query.next())
+        return std::nullopt;
+    return sessionFrom(query, 0, token);
+}
+
+SessionReview reviewSession(Context &ctx, int timeoutMinutes)
+{
+    SessionReview review;
     // A token is worth something only on the connection that logged it in:
     // a token seen elsewhere has been copied.
-    const bool foreign = ctx.session && ctx.session->connection != ctx.connection;
-    if (foreign)
+    review.foreign = ctx.session && ctx.session->connection != ctx.connection;
+    if (review.foreign)
         ctx.session.reset();
-    if (ctx.session && timeoutMinutes > 0) {
-        const QDateTime lastSeen = utcTime(ctx.session->lastSeen);
-        const QDateTime now = QDateTime::currentDateTimeUtc();
-        if (lastSeen.isValid() && lastSeen.addSecs(timeoutMinutes * 60) < now) {
-            run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { ctx.token });
-            ctx.session.reset();
-            if (!(entry.flags & Public))
-                throw Failure { QStringLiteral("the session has expired; log in again"), true };
-        } else if (!lastSeen.isValid()
-                   || lastSeen.addSecs(lastSeenRefreshSeconds(timeoutMinutes)) <= now) {
-            // Not on every request: see lastSeenRefreshSeconds().
-            run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
-                { nowText(), ctx.token });
-        }
+    if (!ctx.session || timeoutMinutes <= 0)
+        return review;
+    const QDateTime lastSeen = utcTime(ctx.session->lastSeen);
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    if (lastSeen.isValid() && lastSeen.addSecs(timeoutMinutes * 60) < now) {
+        ctx.session.reset();
+        review.expired = true;
+        review.upkeep = SessionUpkeep::Remove;
+    } else if (!lastSeen.isValid()
+               || lastSeen.addSecs(lastSeenRefreshSeconds(timeoutMinutes)) <= now) {
+        review.upkeep = SessionUpkeep::Refresh;
     }
+    return review;
+}
+
+void keepSession(const QSqlDatabase &db, const QString &token, SessionUpkeep upkeep)
+{
+    if (upkeep == SessionUpkeep::Remove)
+        run(db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { token });
+    else if (upkeep == SessionUpkeep::Refresh)
+        run(db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
+            { nowText(), token });
+}
+
+void admitCaller(Context &ctx, const CommandEntry &entry, const SessionReview &review)
+{
+    if (review.expired && !(entry.flags & Public))
+        throw Failure { QStringLiteral("the session has expired; log in again"), true };
     if (entry.flags & Public)
         return;
-    if (foreign)
+    if (review.foreign)
         fail(QStringLiteral("not logged in: the session belongs to another connection; log in "
                             "with CFLOGIN on this one"));
     if (!ctx.session)
@@ -62,30 +143,6 @@ void admitCaller(Context &ctx, const CommandEntry &entry, int timeoutMinutes)
                  .arg(ctx.session->login));
     if (entry.flags & Administrative)
         ctx.requireAdmin();
-}
-
-std::optional<LoginSession> loadSession(const QSqlDatabase &db, const QString &token)
-{
-    if (token.isEmpty())
-        return std::nullopt;
-    QSqlQuery query = run(db,
-                          QStringLiteral("SELECT s.user_id, u.login, s.state,"
-                                         " coalesce(s.archive_id, 0), s.last_seen, s.connection"
-                                         " FROM sessions s"
-                                         " JOIN users u ON u.id = s.user_id"
-                                         " WHERE s.token = ? AND u.active = 1"),
-                          { token });
-    if (!query.next())
-        return std::nullopt;
-    LoginSession session;
-    session.token = token;
-    session.userId = query.value(0).toLongLong();
-    session.login = query.value(1).toString();
-    session.state = query.value(2).toString();
-    session.archiveId = query.value(3).toLongLong();
-    session.lastSeen = query.value(4).toString();
-    session.connection = query.value(5).toString();
-    return session;
 }
 
 } // namespace nuvserver

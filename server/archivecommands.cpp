@@ -311,15 +311,15 @@ void saveSystemFolders(Context &ctx)
 QVector<CommandEntry> archiveCommands()
 {
     return {
-        { words::getArchives, archives, NeedsSession },
+        { words::getArchives, archives, ReadOnly },
         { words::setCurrentArchive, selectArchive, NeedsSession },
         { words::insertMandant, newTenant, Administrative | Writes },
-        { words::getMandanten, tenants, NeedsSession },
-        { words::getFolderStructure, folderStructure, NeedsSession },
+        { words::getMandanten, tenants, ReadOnly },
+        { words::getFolderStructure, folderStructure, ReadOnly },
         { words::saveFolderStructure, saveFolderStructure, Administrative | Writes },
-        { words::getMainFolder, mainFolder, NeedsSession },
+        { words::getMainFolder, mainFolder, ReadOnly },
         { words::newFolder, newFolder, Writes },
-        { words::getSystemFolders, systemFolders, NeedsSession },
+        { words::getSystemFolders, systemFolders, ReadOnly },
         { words::setSystemFolders, saveSystemFolders, Administrative | Writes },
     };
 }

@@ -361,13 +361,13 @@ QVector<CommandEntry> clipboardCommands()
         { words::addClipboard, addClipboard, Writes },
         { words::renameClipboard, renameClipboard, Writes },
         { words::removeClipboard, removeClipboard, Writes },
-        { words::readClipboards, readClipboards, NeedsSession },
+        { words::readClipboards, readClipboards, ReadOnly },
         { words::addClipboardCard, addCard, Writes },
         { words::updateClipboardCard, updateCard, Writes },
         { words::removeClipboardCard, removeCard, Writes },
         { words::clearClipboardCards, clearCards, Writes },
-        { words::readClipboardCards, readCards, NeedsSession },
-        { words::readClipboardRoles, clipboardRoles, NeedsSession },
+        { words::readClipboardCards, readCards, ReadOnly },
+        { words::readClipboardRoles, clipboardRoles, ReadOnly },
         { words::writeClipboardRoles, writeClipboardRoles, Writes },
         { words::addShare, addShare, Writes | IdList },
         { words::getShares, shares, NeedsSession },
@@ -375,7 +375,7 @@ QVector<CommandEntry> clipboardCommands()
         { words::addExtendedSearch, addSearch, Writes },
         { words::updateExtendedSearch, updateSearch, Writes },
         { words::deleteExtendedSearch, deleteSearch, Writes },
-        { words::getExtendedSearch, findSearches, NeedsSession },
+        { words::getExtendedSearch, findSearches, ReadOnly },
     };
 }
 

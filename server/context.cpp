@@ -226,25 +226,28 @@ void Context::listDocumentRows(const QString &sql)
     setList(queryRecords(db, sql, { id }));
 }
 
-void Context::requireDocument(qint64 id, Access access)
+bool Context::requireDocument(qint64 id, Access access)
 {
-    // One statement for both questions: commands ask this for every
+    // One statement for all three questions: commands ask this for every
     // document they name, and on PostgreSQL each statement is a round trip.
+    // 0: no access; 1: in use; 2: in the trash.
     QVariantList values;
     const QString condition = documentAccess(QStringLiteral("d"), access, values);
     values.append(id);
-    const QVariant allowed = scalar(db,
-                                    QStringLiteral("SELECT CASE WHEN ") + condition
-                                        + QStringLiteral(" THEN 1 ELSE 0 END FROM documents d"
-                                                         " WHERE d.id = ?"),
-                                    values);
+    const QVariant allowed
+        = scalar(db,
+                 QStringLiteral("SELECT CASE WHEN ") + condition
+                     + QStringLiteral(" THEN CASE WHEN d.deleted <> 0 THEN 2 ELSE 1 END ELSE 0 END"
+                                      " FROM documents d WHERE d.id = ?"),
+                 values);
     if (!allowed.isValid())
         fail(QStringLiteral("document %1 does not exist").arg(id));
-    if (allowed.toInt() != 1)
+    if (allowed.toInt() == 0)
         fail(QStringLiteral("%1 may not %2 document %3")
                  .arg(login(),
                       access == Access::Write ? QStringLiteral("change") : QStringLiteral("read"))
                  .arg(id));
+    return allowed.toInt() == 2;
 }
 
 void Context::notifyOthers(const QString &request, qint64 userId)
@@ -272,12 +275,15 @@ void addHistory(Context &ctx, qint64 docId, const QString &action, const QString
 void indexDocument(const QSqlDatabase &db, qint64 docId)
 {
     run(db, QStringLiteral("DELETE FROM search_index WHERE doc_id = ?"), { docId });
-    QStringList texts = column(db,
-                               QStringLiteral("SELECT title || ' ' || remark || ' ' ||"
-                                              " coalesce(doc_type, '') || ' ' ||"
-                                              " coalesce(status, '') FROM documents WHERE id = ?"),
-                               { docId });
-    texts += column(db, QStringLiteral("SELECT value FROM doc_values WHERE doc_id = ?"), { docId });
+    // One statement for both sources: a round trip each on PostgreSQL.
+    const QStringList texts = column(db,
+                                     QStringLiteral("SELECT title || ' ' || remark || ' ' ||"
+                                                    " coalesce(doc_type, '') || ' ' ||"
+                                                    " coalesce(status, '') FROM documents"
+                                                    " WHERE id = ?"
+                                                    " UNION ALL SELECT value FROM doc_values"
+                                                    " WHERE doc_id = ?"),
+                                     { docId, docId });
     static const QRegularExpression nonWord(QStringLiteral("[^\\w]+"),
                                             QRegularExpression::UseUnicodePropertiesOption);
     QSet<QString> words;

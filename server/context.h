@@ -4,9 +4,9 @@
 
 #include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
+#include "requestcounters.h"
 #include "serverengine.h"
 #include "sql.h"
-#include "sqlconnectionstate.h"
 
 #include <QSet>
 #include <QSqlDatabase>
@@ -87,8 +87,9 @@ public:
     // An SQL condition on the documents row `alias` that holds when the
     // caller may read (or write) the document; appends its bound values.
     QString documentAccess(const QString &alias, Access access, QVariantList &values);
-    // Fails unless the document exists and the caller has the access.
-    void requireDocument(qint64 id, Access access);
+    // Fails unless the document exists and the caller has the access;
+    // whether it is in the trash.
+    bool requireDocument(qint64 id, Access access);
     // Answers the records that `sql` (one placeholder, the document) selects
     // for the document named in `docId`, which the caller must be allowed to
     // read: the shape of every per-document list.
@@ -118,6 +119,12 @@ enum CommandFlag : unsigned {
     // dataList is a list of ids, deduplicated and bounded by maxIds, rather
     // than records each worked on (bounded by maxRecords)
     IdList = 32,
+    // Changes nothing, not even the caller's session (needs a session like
+    // NeedsSession): runs in a read snapshot beside the writers, without the
+    // write lock, and is never recorded for redelivery. A command that
+    // writes and is marked so fails on PostgreSQL (the snapshot is read
+    // only); unmarked commands take the write path, the safe default.
+    ReadOnly = 64,
 };
 
 // The words of the command tables and of the notices handlers leave.

@@ -169,9 +169,7 @@ void createDocument(Context &ctx, qint64 id, const QVector<FieldValue> &values)
 
 void classifyDocument(Context &ctx, qint64 id, const QVector<FieldValue> &values)
 {
-    ctx.requireDocument(id, Access::Write);
-    if (scalar(ctx.db, QStringLiteral("SELECT deleted FROM documents WHERE id = ?"), { id })
-            .toInt())
+    if (ctx.requireDocument(id, Access::Write))
         fail(QStringLiteral("document %1 is in the trash").arg(id));
     applyValues(ctx, id, values);
 }

@@ -294,15 +294,15 @@ void webCommand(Context &ctx)
 QVector<CommandEntry> maintenanceCommands()
 {
     return {
-        { words::getServerVersion, serverVersion, Public },
-        { words::getIndexerInfos, indexInfos, NeedsSession },
+        { words::getServerVersion, serverVersion, Public | ReadOnly },
+        { words::getIndexerInfos, indexInfos, ReadOnly },
         { words::recreateIndex, recreateIndex, Administrative | Writes },
-        { words::getScanInputProcessList, scanInputList, NeedsSession },
-        { words::getScanInputProcessImage, scanInputImage, NeedsSession },
+        { words::getScanInputProcessList, scanInputList, ReadOnly },
+        { words::getScanInputProcessImage, scanInputImage, ReadOnly },
         { words::doBackup, backup, Administrative | OutsideTransaction },
-        { words::updateBackupConfig, backupStatus, Administrative },
-        { words::loadRemoteFS, listFileSystem, Administrative },
-        { words::checkFS, checkFileSystem, Administrative },
+        { words::updateBackupConfig, backupStatus, Administrative | ReadOnly },
+        { words::loadRemoteFS, listFileSystem, Administrative | ReadOnly },
+        { words::checkFS, checkFileSystem, Administrative | ReadOnly },
         { words::testMail, testMail, Administrative | OutsideTransaction },
         { words::doLdapCommand, ldapCommand, OutsideTransaction },
         { words::doWebCommand, webCommand, OutsideTransaction },

@@ -152,7 +152,7 @@ void seedVersion1(const QSqlDatabase &db)
 bool migrate(QSqlDatabase &db, int from, QString *error)
 {
     for (int version = from + 1; version <= schemaVersion; ++version) {
-        WriteTransaction transaction(db);
+        Transaction transaction(db, Transaction::Kind::Write);
         if (!transaction.isActive()) {
             if (error)
                 *error = QStringLiteral("the database is busy; the schema cannot be updated");
@@ -196,7 +196,7 @@ int storedSchemaVersion(QSqlDatabase &db)
                 QStringLiteral("SELECT 1 FROM information_schema.tables"
                                " WHERE table_schema = current_schema()"
                                " AND table_name = 'schema_version'"))) {
-        WriteTransaction transaction(db);
+        Transaction transaction(db, Transaction::Kind::Write);
         if (!transaction.isActive())
             fail(QStringLiteral("the database is busy"));
         run(db,
@@ -240,7 +240,7 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
     // outside the numbered migrations: which broker requests have had their
     // effect, with the reply they got (see ServerEngine::handle with a key).
     // Made under the write lock: two servers may start at the same time.
-    WriteTransaction transaction(db);
+    Transaction transaction(db, Transaction::Kind::Write);
     if (!transaction.isActive()) {
         if (error)
             *error = QStringLiteral("the database is busy");
@@ -262,6 +262,11 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
     return transaction.commit(error);
 }
 
+QString markerText(const QString &databaseId, const QString &changeCounter)
+{
+    return databaseId + QLatin1Char(':') + changeCounter;
+}
+
 QString currentMarker(const QSqlDatabase &db)
 {
     QSqlQuery query = run(db,
@@ -275,15 +280,24 @@ QString currentMarker(const QSqlDatabase &db)
         else
             counter = query.value(1).toString();
     }
-    return id + QLatin1Char(':') + counter;
+    return markerText(id, counter);
 }
 
-void bumpChangeCounter(const QSqlDatabase &db)
+QString bumpChangeCounter(const QSqlDatabase &db)
 {
-    run(db,
-        QStringLiteral("UPDATE meta SET value = CAST(value AS BIGINT) + 1"
-                       " WHERE key = 'change_counter'"));
-    run(db, QStringLiteral("UPDATE meta SET value = ? WHERE key = 'last_change'"), { nowText() });
+    QSqlQuery query = run(db,
+                          QStringLiteral("UPDATE meta SET value = CASE key"
+                                         " WHEN 'change_counter' THEN"
+                                         " CAST(CAST(value AS BIGINT) + 1 AS TEXT) ELSE ? END"
+                                         " WHERE key IN ('change_counter', 'last_change')"
+                                         " RETURNING key, value"),
+                          { nowText() });
+    QString counter;
+    while (query.next()) {
+        if (query.value(0).toString() == QLatin1String("change_counter"))
+            counter = query.value(1).toString();
+    }
+    return counter;
 }
 
 } // namespace nuvserver

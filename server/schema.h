@@ -22,8 +22,11 @@ void storeSchemaVersion(const QSqlDatabase &db, int version);
 bool prepareDatabase(QSqlDatabase &db, QString *error);
 
 // The server-wide change counter behind the update marker.
+QString markerText(const QString &databaseId, const QString &changeCounter);
 QString currentMarker(const QSqlDatabase &db);
-void bumpChangeCounter(const QSqlDatabase &db);
+// Counts one change (and its time) and returns the new counter; one
+// statement, a round trip saved on every write.
+QString bumpChangeCounter(const QSqlDatabase &db);
 
 } // namespace nuvserver
 

@@ -151,19 +151,6 @@ bool ServerEngine::ensureConnection(QString *error)
     return true;
 }
 
-bool ServerEngine::beginRequest(std::optional<WriteTransaction> &transaction)
-{
-    if (transaction.emplace(db).isActive())
-        return true;
-    transaction.reset();
-    // A database server that restarted leaves the connection broken: one
-    // fresh connection, then the request fails as busy.
-    if (!isPostgres(db))
-        return false;
-    closeConnection();
-    return ensureConnection(nullptr) && transaction.emplace(db).isActive();
-}
-
 bool ServerEngine::open(QString *error)
 {
     opened = false;
@@ -172,7 +159,7 @@ bool ServerEngine::open(QString *error)
     if (!engineOptions.initialAdminUser.isEmpty() && !engineOptions.initialAdminPassword.isEmpty()
         && !exists(db, QStringLiteral("SELECT 1 FROM users"))) {
         // Quietly skipped when another engine created a user meanwhile.
-        WriteTransaction transaction(db);
+        Transaction transaction(db, Transaction::Kind::Write);
         if (transaction.isActive()) {
             try {
                 if (!exists(db, QStringLiteral("SELECT 1 FROM users")))
@@ -201,7 +188,7 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
     ServerEngine engine(plainOptions);
     if (!engine.open(error))
         return false;
-    WriteTransaction transaction(engine.db);
+    Transaction transaction(engine.db, Transaction::Kind::Write);
     if (!transaction.isActive()) {
         if (error)
             *error = QStringLiteral("the database is busy");
@@ -293,6 +280,7 @@ struct ServerEngine::Pass
         , requestKey(requestKey)
     { }
 
+    bool reads() const { return entry.flags & ReadOnly; }
     bool keepsChanges() const { return !failure || failure->keepChanges; }
     // Work outside the transaction (backups, mail) runs after the commit.
     bool hasLateWork() const { return !failure && (entry.flags & OutsideTransaction); }
@@ -312,9 +300,11 @@ struct ServerEngine::Pass
 
     Context ctx;
     const CommandEntry &entry;
-    const QString &requestKey;
+    const QString &requestKey; // empty for a read: nothing to replay or record
+    QString databaseId;
     QString markerBefore;
     QString markerAfter;
+    SessionReview review;
     // Whether the command itself changed rows (the session's last-seen time
     // does not count): a keyed request that changed none is not recorded,
     // since running it again has no effect to repeat, and reads can be
@@ -333,20 +323,34 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
     const CommandEntry *entry = nullptr;
     if (std::optional<nuvMQClassifyMessage> refused = screen(request, &entry))
         return *refused;
-    std::optional<WriteTransaction> transaction;
-    if (!beginRequest(transaction))
+    const bool reads = entry->flags & ReadOnly;
+    // A read is never recorded, so it has no earlier reply to look for.
+    const QString key = reads ? QString() : requestKey;
+    std::optional<Transaction> transaction;
+    const std::optional<RequestStart> start = beginRequest(
+        transaction, reads ? Transaction::Kind::Read : Transaction::Kind::Write, origin.token, key);
+    if (!start)
         return errorReply(request.command + QStringLiteral(": the database is busy; try again"));
-    // After beginRequest(): it may have replaced the connection.
-    Pass pass(request, db, engineOptions, counters, *entry, requestKey);
-    pass.ctx.token = origin.token;
-    pass.ctx.connection = origin.connection;
-
-    if (std::optional<nuvMQClassifyMessage> earlier = replay(pass)) {
+    if (start->storedReply) {
+        // Seen before: its effect is in the database already, and so is the
+        // reply its first delivery got.
         transaction->commit();
+        if (start->session)
+            callerLogin = start->session->login;
         if (replayed)
             *replayed = true;
-        return *earlier;
+        nuvMQClassifyMessage earlier;
+        earlier.fromWireBytes(*start->storedReply);
+        return earlier;
     }
+    // After beginRequest(): it may have replaced the connection.
+    Pass pass(request, db, engineOptions, counters, *entry, key);
+    pass.ctx.token = origin.token;
+    pass.ctx.connection = origin.connection;
+    pass.ctx.session = start->session;
+    pass.databaseId = start->databaseId;
+    pass.markerBefore = markerText(start->databaseId, start->changeCounter);
+
     pass.failure = guarded([&] { admit(pass); });
     if (!pass.failure)
         pass.failure = guarded([&] { runCommand(pass); });
@@ -370,6 +374,8 @@ std::optional<nuvMQClassifyMessage> ServerEngine::screen(const nuvMQClassifyMess
     if (!opened || !ensureConnection(&error))
         return errorReply(QStringLiteral("%1: the server's database is not available: %2")
                               .arg(word, opened ? error : QStringLiteral("not opened")));
+    // Before any work, and before the database: what is refused here costs
+    // the other callers nothing.
     if (const std::optional<Failure> refused
         = guarded([&] { checkRequest(request, engineOptions); }))
         return errorReply(describe(word, *refused));
@@ -382,30 +388,40 @@ std::optional<nuvMQClassifyMessage> ServerEngine::screen(const nuvMQClassifyMess
     return std::nullopt;
 }
 
-std::optional<nuvMQClassifyMessage> ServerEngine::replay(Pass &pass)
+std::optional<RequestStart> ServerEngine::beginRequest(std::optional<Transaction> &transaction,
+                                                       Transaction::Kind kind, const QString &token,
+                                                       const QString &requestKey)
 {
-    std::optional<nuvMQClassifyMessage> stored;
-    if (pass.requestKey.isEmpty())
-        return stored;
-    guarded([&] {
-        QSqlQuery query
-            = run(db, QStringLiteral("SELECT reply FROM processed_requests WHERE request_key = ?"),
-                  { pass.requestKey });
-        if (!query.next())
-            return;
-        nuvMQClassifyMessage earlier;
-        earlier.fromWireBytes(query.value(0).toByteArray());
-        stored = earlier;
-        if (const std::optional<LoginSession> session = loadSession(db, pass.ctx.token))
-            callerLogin = session->login;
-    });
-    return stored;
+    for (int attempt = 0;; ++attempt) {
+        // On PostgreSQL the transaction starts in the round trip of the
+        // first statement, the one that finds the session and the marker.
+        transaction.emplace(db, kind, Transaction::Start::WithNextStatement);
+        std::optional<RequestStart> start;
+        if (transaction->isActive())
+            guarded([&] { start = loadRequestStart(db, token, requestKey); });
+        if (start)
+            return start;
+        transaction.reset();
+        // A database server that restarted leaves the connection broken: one
+        // fresh connection, then the request fails as busy.
+        if (attempt > 0 || !isPostgres(db))
+            return std::nullopt;
+        closeConnection();
+        if (!ensureConnection(nullptr))
+            return std::nullopt;
+    }
 }
 
 void ServerEngine::admit(Pass &pass)
 {
-    pass.markerBefore = currentMarker(db);
-    admitCaller(pass.ctx, pass.entry, engineOptions.sessionTimeoutMinutes);
+    pass.review = reviewSession(pass.ctx, engineOptions.sessionTimeoutMinutes);
+    // A write keeps the session's row up in its own transaction; a read
+    // writes nothing and leaves that to after its snapshot (runLateWork()).
+    if (!pass.reads()) {
+        keepSession(db, pass.ctx.token, pass.review.upkeep);
+        pass.review.upkeep = SessionUpkeep::None;
+    }
+    admitCaller(pass.ctx, pass.entry, pass.review);
     callerLogin = pass.ctx.login();
     if ((pass.entry.flags & Writes) && !(pass.entry.flags & IdList))
         checkRecordCount(pass.ctx.request, engineOptions);
@@ -415,17 +431,17 @@ void ServerEngine::runCommand(Pass &pass)
 {
     Context &ctx = pass.ctx;
     const qint64 rowsBefore = ctx.counters.changedRows;
+    pass.markerAfter = pass.markerBefore;
     if (!(pass.entry.flags & OutsideTransaction)) {
         pass.entry.handler(ctx);
         checkReply(ctx.reply, engineOptions);
         if (pass.entry.flags & Writes)
-            bumpChangeCounter(db);
+            pass.markerAfter = markerText(pass.databaseId, bumpChangeCounter(db));
     }
     // A login has made the session only now.
     if (ctx.session)
         callerLogin = ctx.login();
     pass.changedRows = ctx.counters.changedRows != rowsBefore;
-    pass.markerAfter = currentMarker(db);
 }
 
 bool ServerEngine::record(Pass &pass)
@@ -439,7 +455,7 @@ bool ServerEngine::record(Pass &pass)
     return !guarded([&] { recordReply(pass.requestKey, pass.ctx.reply); });
 }
 
-bool ServerEngine::commit(Pass &pass, WriteTransaction &transaction)
+bool ServerEngine::commit(Pass &pass, Transaction &transaction)
 {
     if (pass.keepsChanges())
         return transaction.commit();
@@ -450,6 +466,10 @@ bool ServerEngine::commit(Pass &pass, WriteTransaction &transaction)
 void ServerEngine::runLateWork(Pass &pass)
 {
     Context &ctx = pass.ctx;
+    // Outside any transaction: one short write, at most once a minute per
+    // session, that needs no snapshot and takes no database-wide lock.
+    if (pass.review.upkeep != SessionUpkeep::None)
+        guarded([&] { keepSession(db, ctx.token, pass.review.upkeep); });
     if (pass.hasLateWork()) {
         if (const std::optional<Failure> late = guarded([&] {
                 pass.entry.handler(ctx);
@@ -461,7 +481,7 @@ void ServerEngine::runLateWork(Pass &pass)
     }
     pass.addMarker();
     if (pass.hasLateWork() && !pass.requestKey.isEmpty()) {
-        WriteTransaction transaction(db);
+        Transaction transaction(db, Transaction::Kind::Write);
         if (transaction.isActive() && !guarded([&] { recordReply(pass.requestKey, ctx.reply); }))
             transaction.commit();
     }

@@ -3,7 +3,8 @@
 #define NUVSERVER_SERVERENGINE_H
 
 #include "nuvmqclassifymessage.h"
-#include "sqlconnectionstate.h"
+#include "requestcounters.h"
+#include "transaction.h"
 
 #include <QSqlDatabase>
 #include <QString>
@@ -77,15 +78,18 @@ struct Origin
 
 class Context;
 struct CommandEntry;
-class WriteTransaction;
+struct RequestStart;
 
 /*
  * One engine owns one database connection. It may be used from one thread at
  * a time; when a call arrives on another thread than the previous one, the
  * engine reopens its connection there (Qt SQL connections belong to the
  * thread that made them). Several engines, in one process or several, may
- * share one database: every request runs in its own transaction holding the
- * database's write lock, and waits up to `busyTimeoutMs` for another writer.
+ * share one database: every request runs in its own transaction; a write
+ * holds the database's write lock and waits up to `busyTimeoutMs` for
+ * another writer, a read runs in a snapshot beside them (docs/server.md,
+ * "Concurrency"). An engine keeps no state outside itself and its
+ * connection, so one process may run several.
  */
 class ServerEngine
 {
@@ -117,6 +121,9 @@ public:
     // user); empty when the caller was not logged in. For the daemon's log,
     // which must name who acted, not who the request claims to be.
     QString lastCaller() const { return callerLogin; }
+    // What the statements of the last handle() did (its round trips to the
+    // database, for the measurements).
+    RequestCounters lastRequestCounters() const { return counters; }
     // Removes records of processed requests older than `hours` (a broker
     // never delivers a request again after its callers have given up).
     void forgetProcessedRequests(int hours);
@@ -143,12 +150,14 @@ private:
     struct Pass;
     std::optional<nuvMQClassifyMessage> screen(const nuvMQClassifyMessage &request,
                                                const CommandEntry **entry);
-    bool beginRequest(std::optional<WriteTransaction> &transaction);
-    std::optional<nuvMQClassifyMessage> replay(Pass &pass);
+    // Starts the transaction and reads what the request needs first.
+    std::optional<RequestStart> beginRequest(std::optional<Transaction> &transaction,
+                                             Transaction::Kind kind, const QString &token,
+                                             const QString &requestKey);
     void admit(Pass &pass);
     void runCommand(Pass &pass);
     bool record(Pass &pass);
-    bool commit(Pass &pass, WriteTransaction &transaction);
+    bool commit(Pass &pass, Transaction &transaction);
     void runLateWork(Pass &pass);
 
     bool ensureConnection(QString *error);

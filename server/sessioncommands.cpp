@@ -353,13 +353,13 @@ QVector<CommandEntry> sessionCommands()
         { words::changeExpiredPass, changeExpiredPassword, ExpiredSessionAllowed | Writes },
         { words::changeUserPass, changeOwnPassword, Writes },
         { words::changeUserPassAdmin, setPasswordAsAdministrator, Administrative | Writes },
-        { words::getUsers, getUsers, Administrative },
+        { words::getUsers, getUsers, Administrative | ReadOnly },
         { words::setUsers, createUsers, Administrative | Writes },
         { words::updateUsers, updateUsers, Administrative | Writes },
         { words::delUsers, deleteUsers, Administrative | Writes },
-        { words::getChatUsers, chatUsers, NeedsSession },
+        { words::getChatUsers, chatUsers, ReadOnly },
         { words::checkUpdate, pendingRequests, NeedsSession },
-        { words::updateLastModified, lastUpdate, NeedsSession },
+        { words::updateLastModified, lastUpdate, ReadOnly },
         { words::setLastModified, setLastModified, Writes },
     };
 }

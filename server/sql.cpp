@@ -46,17 +46,37 @@ QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
     return query;
 }
 
-// Starts the statement's clock and counts it; the state, if any, for the
-// caller to count what the statement changed.
-RequestCounters *statementStarting(const QSqlDatabase &db)
+// Starts the statement's clock and counts it, and puts a transaction start
+// still to be sent in front of it (PostgreSQL runs them in one round trip);
+// how many results of that start come before the statement's own in
+// `leading`. The counters, if any, for the caller to count what the
+// statement changed.
+RequestCounters *statementStarting(const QSqlDatabase &db, QString &sql, int *leading)
 {
+    *leading = 0;
     SqlConnectionState *state = SqlConnectionState::of(db);
     if (!state)
         return nullptr;
+    if (!state->pendingBegin.isEmpty()) {
+        sql = state->pendingBegin + QStringLiteral("; ") + sql;
+        *leading = state->pendingBeginStatements;
+        state->pendingBegin.clear();
+    }
     state->statementClock.start();
     if (state->counters)
         ++state->counters->roundTrips;
     return state->counters;
+}
+
+// Moves `query` past the results of the statements sent in front of its
+// own; false when one of them failed.
+bool skipLeadingResults(QSqlQuery &query, int leading)
+{
+    for (int i = 0; i < leading; ++i) {
+        if (!query.nextResult())
+            return false;
+    }
+    return true;
 }
 } // namespace
 
@@ -74,8 +94,10 @@ void fail(const QString &text)
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
     QSqlQuery query(db);
-    statementStarting(db);
-    if (query.exec(sql))
+    QString text = sql;
+    int leading = 0;
+    statementStarting(db, text, &leading);
+    if (query.exec(text) && skipLeadingResults(query, leading))
         return true;
     if (error)
         *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
@@ -93,10 +115,12 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
     // is left when the connection runs the next statement; the commands
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
+    QString text = isPostgres(db) ? withLiterals(db, sql, values) : sql;
+    int leading = 0;
+    RequestCounters *counters = statementStarting(db, text, &leading);
     bool done = false;
-    RequestCounters *counters = statementStarting(db);
     if (isPostgres(db)) {
-        done = query.exec(withLiterals(db, sql, values));
+        done = query.exec(text) && skipLeadingResults(query, leading);
     } else if (values.isEmpty()) {
         done = query.exec(sql);
     } else {
@@ -114,15 +138,15 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
         done = query.exec();
     }
     if (!done) {
-        const QString text = query.lastError().text();
+        const QString problem = query.lastError().text();
         if (isStatementTimeout(query.lastError()))
             fail(QStringLiteral("a database statement ran longer than the limit"
                                 " (NUV_SERVER_STATEMENT_TIMEOUT_MS); ask for less at a time"));
-        if (isForeignKeyViolation(text))
+        if (isForeignKeyViolation(problem))
             fail(QStringLiteral("the change would break a reference between records"));
-        if (isUniqueViolation(text))
+        if (isUniqueViolation(problem))
             fail(QStringLiteral("the change would duplicate a unique name"));
-        fail(QStringLiteral("database error: ") + text);
+        fail(QStringLiteral("database error: ") + problem);
     }
     if (counters && changesData(sql)) {
         // A statement with RETURNING reads like a query; it counts as a

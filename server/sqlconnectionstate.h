@@ -2,6 +2,8 @@
 #ifndef NUVSERVER_SQLCONNECTIONSTATE_H
 #define NUVSERVER_SQLCONNECTIONSTATE_H
 
+#include "requestcounters.h"
+
 #include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
@@ -17,13 +19,6 @@
  * own.
  */
 namespace nuvserver {
-
-// What the statements of one request did (the engine reads it after each).
-struct RequestCounters
-{
-    qint64 changedRows = 0; // rows inserted, updated or deleted
-    int roundTrips = 0; // statements sent to the database, transaction control included
-};
 
 // Lives as a child of the connection's driver: it ends with the connection,
 // and every copy of the QSqlDatabase finds it.
@@ -43,6 +38,11 @@ public:
     qint64 busyLimitMs = 0;
     // Set by the engine that owns the connection; nullptr counts nothing.
     RequestCounters *counters = nullptr;
+    // PostgreSQL: the start of a transaction not yet sent, and how many
+    // statements it is; it goes out in front of the next statement, in the
+    // same round trip (see Transaction).
+    QString pendingBegin;
+    int pendingBeginStatements = 0;
 
 private:
     using QObject::QObject;

@@ -218,15 +218,15 @@ void saveValueList(Context &ctx)
 QVector<CommandEntry> typeCommands()
 {
     return {
-        { words::getDocTypes, documentTypeList, NeedsSession },
-        { words::getStatusTypes, statusTypeList, NeedsSession },
+        { words::getDocTypes, documentTypeList, ReadOnly },
+        { words::getStatusTypes, statusTypeList, ReadOnly },
         { words::saveDocTypes, saveDocumentTypes, Administrative | Writes },
         { words::saveStatusTypes, saveStatusTypes, Administrative | Writes },
-        { words::listDynAttributes, attributes, NeedsSession },
+        { words::listDynAttributes, attributes, ReadOnly },
         { words::addDynAttribute, addAttribute, Administrative | Writes },
         { words::modifyDynattribute, modifyAttributes, Administrative | Writes },
         { words::deleteDynAttribute, deleteAttribute, Administrative | Writes },
-        { words::getWerteListe, valueList, NeedsSession },
+        { words::getWerteListe, valueList, ReadOnly },
         { words::modifyWerteListe, saveValueList, Administrative | Writes },
     };
 }

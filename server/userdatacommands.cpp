@@ -86,7 +86,7 @@ QVector<CommandEntry> userDataCommands()
 {
     return {
         { words::saveUserData, saveUserData, Writes },
-        { words::loadUserData, loadUserData, NeedsSession },
+        { words::loadUserData, loadUserData, ReadOnly },
         { words::deleteUserData, deleteUserData, Writes },
     };
 }

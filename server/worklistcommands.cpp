@@ -249,10 +249,10 @@ QVector<CommandEntry> temporaryCommands()
     return {
         { words::classifyTemporary, storeTemporary, Writes },
         { words::newClassifyTemp, applyTemporary, Writes },
-        { words::getClassifyTemp, readTemporary, NeedsSession },
+        { words::getClassifyTemp, readTemporary, ReadOnly },
         { words::deleteClassifyTemp, deleteTemporary, Writes },
-        { words::getDeadLineForDocId, deadlinesOfDocument, NeedsSession },
-        { words::getDeadLines, selectedDeadlines, NeedsSession },
+        { words::getDeadLineForDocId, deadlinesOfDocument, ReadOnly },
+        { words::getDeadLines, selectedDeadlines, ReadOnly },
         { words::saveDeadLines, saveDeadlines, Writes },
     };
 }

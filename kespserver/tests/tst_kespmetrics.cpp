@@ -62,10 +62,13 @@ void KespMetrics::connectionState()
     counters.answered(2000, true, false);
     counters.answered(2000, false, true);
     counters.expired();
+    counters.databaseRoundTrips(3);
+    counters.databaseRoundTrips(5);
     const QList<QByteArray> text = counters.prometheusText().split('\n');
-    for (const char *line : { "nuvkesp_broker_connected 1", "nuvkesp_broker_connections_total 1",
-                              "nuvkesp_errors_total 1", "nuvkesp_replayed_total 1",
-                              "nuvkesp_expired_total 1", "nuvkesp_requests_total 2" })
+    for (const char *line :
+         { "nuvkesp_broker_connected 1", "nuvkesp_broker_connections_total 1",
+           "nuvkesp_errors_total 1", "nuvkesp_replayed_total 1", "nuvkesp_expired_total 1",
+           "nuvkesp_requests_total 2", "nuvkesp_database_round_trips_total 8" })
         QVERIFY2(text.contains(line), line);
     counters.disconnected();
     QVERIFY(counters.prometheusText().split('\n').contains("nuvkesp_broker_connected 0"));

@@ -1,0 +1,246 @@
+// SPDX-License-Identifier: Apache-2.0
+// What a request costs the database and the other callers: commands that
+// change nothing run in a snapshot beside a writer instead of waiting for
+// its lock, record nothing, and every request takes a known number of
+// statements, each a round trip to a database on another host.
+
+#include "dialect.h"
+#include "protocolwords.h"
+#include "servertestsupport.h"
+#include "transaction.h"
+
+#include <QMutex>
+#include <QSqlDatabase>
+#include <QtTest>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+using namespace servertest;
+using nuvserver::Transaction;
+namespace words = nuvprotocol::words;
+
+class ServerReadsTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void readsGoOnBesideAWriter_data();
+    void readsGoOnBesideAWriter();
+    void onlyChangesAreRecorded_data();
+    void onlyChangesAreRecorded();
+    void roundTripsPerRequest_data();
+    void roundTripsPerRequest();
+    void enginesSideBySideGiveASerialResult_data();
+    void enginesSideBySideGiveASerialResult();
+};
+
+namespace {
+// A connection of the test's own that can hold the write lock.
+class LockHolder
+{
+public:
+    explicit LockHolder(const QString &database)
+    {
+        QString problem;
+        const auto location = nuvserver::DatabaseLocation::parse(database, &problem);
+        db = nuvserver::openDatabase(location, name, 10000, &problem);
+        error = problem;
+    }
+    ~LockHolder()
+    {
+        db.close();
+        db = QSqlDatabase();
+        QSqlDatabase::removeDatabase(name);
+    }
+    const QString name = QStringLiteral("lock-holder");
+    QSqlDatabase db;
+    QString error;
+};
+} // namespace
+
+void ServerReadsTest::readsGoOnBesideAWriter_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QStringList>("data");
+    QTest::addColumn<bool>("waits");
+    QTest::newRow("getRoles") << words::getRoles << QStringList() << false;
+    QTest::newRow("getArchives") << words::getArchives << QStringList() << false;
+    QTest::newRow("loadUserData") << words::loadUserData << QStringList { "key" } << false;
+    QTest::newRow("a write") << words::addClipboard << QStringList { "Mine" } << true;
+}
+
+void ServerReadsTest::readsGoOnBesideAWriter()
+{
+    QFETCH(QString, command);
+    QFETCH(QStringList, data);
+    QFETCH(bool, waits);
+    TestServer server;
+    nuvserver::EngineOptions options = server.options();
+    // How long a request waits for the writer before it is refused: the
+    // writer below never finishes while the request runs.
+    options.busyTimeoutMs = 300;
+    auto engine = server.engine(options);
+    engineLogin(*engine, "token", adminUser, adminPassword);
+
+    LockHolder holder(server.database());
+    QVERIFY2(holder.db.isValid(), qPrintable(holder.error));
+    Transaction writer(holder.db, Transaction::Kind::Write);
+    QVERIFY(writer.isActive());
+
+    const nuvMQClassifyMessage reply = engine->handle(request(command, QString(), data), "token");
+    if (waits) {
+        QCOMPARE(reply.command, QString("ERROR"));
+        QVERIFY2(reply.errorText.contains("busy"), qPrintable(reply.errorText));
+    } else {
+        QVERIFY2(reply.command == "OK", qPrintable(reply.errorText));
+    }
+}
+
+void ServerReadsTest::onlyChangesAreRecorded_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QStringList>("data");
+    QTest::addColumn<bool>("recorded");
+    QTest::newRow("a read") << words::getRoles << QStringList() << false;
+    QTest::newRow("a write") << words::addClipboard << QStringList { "Mine" } << true;
+    // Refused by the command, so nothing changed: nothing to repeat.
+    QTest::newRow("a failed write") << words::addClipboard << QStringList() << false;
+}
+
+void ServerReadsTest::onlyChangesAreRecorded()
+{
+    QFETCH(QString, command);
+    QFETCH(QStringList, data);
+    QFETCH(bool, recorded);
+    TestServer server;
+    auto engine = server.engine();
+    engineLogin(*engine, "token", adminUser, adminPassword);
+    bool replayed = true;
+    const nuvMQClassifyMessage first
+        = engine->handle(request(command, QString(), data), "token", "key-1", &replayed);
+    QVERIFY(!replayed);
+    QCOMPARE(server.inspect("SELECT count(*) FROM processed_requests").toInt(), recorded ? 1 : 0);
+    const nuvMQClassifyMessage again
+        = engine->handle(request(command, QString(), data), "token", "key-1", &replayed);
+    QCOMPARE(replayed, recorded);
+    QCOMPARE(again.command, first.command);
+}
+
+void ServerReadsTest::roundTripsPerRequest_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QStringList>("data");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<int>("onSqlite");
+    QTest::addColumn<int>("onPostgres");
+    // A read: the statement that finds the session and the marker (on
+    // PostgreSQL it also starts the snapshot), the command's own, COMMIT.
+    // SQLite sends BEGIN on its own (a statement there is no round trip).
+    QTest::newRow("getRoles") << words::getRoles << QStringList() << QString() << 4 << 3;
+    QTest::newRow("getArchives") << words::getArchives << QStringList() << QString() << 4 << 3;
+    QTest::newRow("loadUserData") << words::loadUserData << QStringList { "key" } << QString() << 4
+                                  << 3;
+    // A write: the first statement (on PostgreSQL with BEGIN and the write
+    // lock), the command's two (addClipboard: is the name free, the
+    // insert), the change counter, COMMIT; with a request key the recorded
+    // reply too. SQLite sends BEGIN IMMEDIATE on its own.
+    QTest::newRow("addClipboard") << words::addClipboard << QStringList { "Mine" } << QString() << 6
+                                  << 5;
+    QTest::newRow("addClipboard, keyed")
+        << words::addClipboard << QStringList { "Mine" } << "key-1" << 7 << 6;
+}
+
+void ServerReadsTest::roundTripsPerRequest()
+{
+    QFETCH(QString, command);
+    QFETCH(QStringList, data);
+    QFETCH(QString, key);
+    QFETCH(int, onSqlite);
+    QFETCH(int, onPostgres);
+    TestServer server;
+    auto engine = server.engine();
+    engineLogin(*engine, "token", adminUser, adminPassword);
+    const nuvMQClassifyMessage reply
+        = engine->handle(request(command, QString(), data), "token", key);
+    QVERIFY2(reply.command == "OK", qPrintable(reply.errorText));
+    QCOMPARE(engine->lastRequestCounters().roundTrips, server.isPostgres() ? onPostgres : onSqlite);
+}
+
+void ServerReadsTest::enginesSideBySideGiveASerialResult_data()
+{
+    QTest::addColumn<int>("writers");
+    QTest::addColumn<int>("readers");
+    QTest::newRow("two writers") << 2 << 0;
+    QTest::newRow("two writers, two readers") << 2 << 2;
+    QTest::newRow("four writers, four readers") << 4 << 4;
+}
+
+// Engines of one process, each on a thread and a connection of its own (as
+// the workers of one daemon): every write gets a change of its own, as if
+// they had run one after another, and the reads beside them all succeed.
+void ServerReadsTest::enginesSideBySideGiveASerialResult()
+{
+    QFETCH(int, writers);
+    QFETCH(int, readers);
+    constexpr int requestsEach = 10;
+    TestServer server;
+    const nuvserver::EngineOptions options = server.options();
+    engineLogin(*server.engine(options), "token", adminUser, adminPassword);
+    const qint64 before
+        = server.inspect("SELECT value FROM meta WHERE key = 'change_counter'").toLongLong();
+
+    std::atomic<int> readsAnswered { 0 };
+    QMutex guard;
+    QStringList failures;
+    QStringList markers;
+    const auto work = [&](const QString &command, int worker) {
+        nuvserver::ServerEngine engine(options);
+        QString error;
+        if (!engine.open(&error)) {
+            const QMutexLocker locker(&guard);
+            failures.append(error);
+            return;
+        }
+        for (int i = 0; i < requestsEach; ++i) {
+            const QStringList data = command == words::addClipboard
+                ? QStringList { QString("worker %1, %2").arg(worker).arg(i) }
+                : QStringList();
+            const nuvMQClassifyMessage reply
+                = engine.handle(request(command, QString(), data), "token");
+            const QMutexLocker locker(&guard);
+            if (reply.command != "OK")
+                failures.append(reply.errorText);
+            else if (command == words::addClipboard)
+                markers.append(reply.getUpdateString());
+            else
+                ++readsAnswered;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int w = 0; w < writers; ++w)
+        threads.emplace_back(work, QString(words::addClipboard), w);
+    for (int r = 0; r < readers; ++r)
+        threads.emplace_back(work, QString(words::getRoles), r);
+    for (std::thread &thread : threads)
+        thread.join();
+
+    QVERIFY2(failures.isEmpty(), qPrintable(failures.join("; ")));
+    QCOMPARE(readsAnswered.load(), readers * requestsEach);
+    const int writes = writers * requestsEach;
+    QCOMPARE(server.inspect("SELECT count(*) FROM clipboards").toInt(), writes);
+    QCOMPARE(server.inspect("SELECT value FROM meta WHERE key = 'change_counter'").toLongLong(),
+             before + writes);
+    // One change each: the markers the writers got are the counter's
+    // values one after another.
+    QSet<qint64> counters;
+    for (const QString &marker : qAsConst(markers))
+        counters.insert(marker.section(':', -1).toLongLong());
+    QCOMPARE(counters.size(), writes);
+    for (qint64 value = before + 1; value <= before + writes; ++value)
+        QVERIFY2(counters.contains(value), qPrintable(QString::number(value)));
+}
+
+QTEST_GUILESS_MAIN(ServerReadsTest)
+#include "tst_serverreads.moc"
