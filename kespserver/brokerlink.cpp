@@ -245,6 +245,11 @@ void BrokerLink::pump(int waitMs)
     }
 }
 
+int BrokerLink::descriptor() const
+{
+    return socket ? int(socket->socketDescriptor()) : -1;
+}
+
 void BrokerLink::close(int waitMs)
 {
     if (isOpen()) {

@@ -62,6 +62,36 @@ void ServerCounters::disconnected()
     connectedSince = QDateTime();
 }
 
+void ServerCounters::setWorkers(int count)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    workers = count;
+}
+
+void ServerCounters::engineEntered()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    runningPeak = qMax(runningPeak, ++runningNow);
+}
+
+void ServerCounters::engineLeft()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    --runningNow;
+}
+
+int ServerCounters::running() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return runningNow;
+}
+
+int ServerCounters::peakRunning() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return runningPeak;
+}
+
 qint64 ServerCounters::requests() const
 {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -86,9 +116,9 @@ QString ServerCounters::statusLine() const
         ? QStringLiteral("connected to %1 since %2")
               .arg(brokerLabel, connectedSince.toString(Qt::ISODate))
         : QStringLiteral("not connected");
-    return QStringLiteral("status: %1; up since %2; connections %3; requests %4, errors %5, "
-                          "expired %6, replayed %7; latency ms: mean %8, median %9, p95 %10, "
-                          "max %11")
+    return QStringLiteral("status: %1; up since %2; connections %3; workers %12, running %13 "
+                          "(at most %14 at once); requests %4, errors %5, expired %6, replayed "
+                          "%7; latency ms: mean %8, median %9, p95 %10, max %11")
         .arg(health, started.toString(Qt::ISODate))
         .arg(connectCount)
         .arg(requestCount)
@@ -96,7 +126,10 @@ QString ServerCounters::statusLine() const
         .arg(expiredCount)
         .arg(replayedCount)
         .arg(millis(requestCount ? totalMicros / requestCount : 0), millis(at(0.5)),
-             millis(at(0.95)), millis(maxMicros));
+             millis(at(0.95)), millis(maxMicros))
+        .arg(workers)
+        .arg(runningNow)
+        .arg(runningPeak);
 }
 
 QByteArray ServerCounters::prometheusText() const
@@ -114,6 +147,10 @@ QByteArray ServerCounters::prometheusText() const
            connectCount);
     metric(out, "nuvkesp_broker_connected", "gauge",
            "1 while subscribed to the request queue, else 0.", connectedSince.isValid() ? 1 : 0);
+    metric(out, "nuvkesp_workers", "gauge", "Engines that run requests at once.", workers);
+    metric(out, "nuvkesp_requests_running", "gauge", "Requests in the engines now.", runningNow);
+    metric(out, "nuvkesp_requests_running_peak", "gauge",
+           "The most requests that were in the engines at once.", runningPeak);
     metric(out, "nuvkesp_start_time_seconds", "gauge", "When the instance started (Unix time).",
            started.toSecsSinceEpoch());
     const QByteArray name = "nuvkesp_request_duration_seconds";

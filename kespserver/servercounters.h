@@ -26,8 +26,15 @@ public:
     void expired();
     void connected(const QString &broker);
     void disconnected();
+    void setWorkers(int count);
+    // A request enters or leaves an engine (from the workers' threads).
+    void engineEntered();
+    void engineLeft();
 
     qint64 requests() const;
+    // Requests in the engines now, and the most there were at once.
+    int running() const;
+    int peakRunning() const;
     bool isConnected() const;
     QString statusLine() const;
     // The counters in the Prometheus text exposition format.
@@ -44,6 +51,9 @@ private:
     qint64 expiredCount = 0;
     qint64 replayedCount = 0;
     qint64 connectCount = 0;
+    int workers = 1;
+    int runningNow = 0;
+    int runningPeak = 0;
     qint64 totalMicros = 0;
     qint64 maxMicros = 0;
     std::array<qint64, bucketBounds.size()> buckets {}; // not cumulative
