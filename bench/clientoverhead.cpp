@@ -6,6 +6,7 @@
 #include "alloccounter.h"
 #include "classifyinterface.h"
 #include "echo/echocontrol.h"
+#include "protocolwords.h"
 
 #include <QCoreApplication>
 #include <QPluginLoader>
@@ -14,8 +15,6 @@
 #include <memory>
 
 namespace {
-
-const QChar separator(0xFEFF);
 
 EchoTransportControl *echo()
 {
@@ -39,8 +38,8 @@ ClassifyInterface *client()
         std::unique_ptr<ClassifyInterface> c(
             root->createInstance(QStringLiteral(NUV_ECHO_TRANSPORT_DIR)));
         nuvMQClassifyMessage login;
-        login.command = QStringLiteral("OK");
-        login.setData({ QByteArrayLiteral("18.09-5") });
+        login.command = QLatin1String(nuvprotocol::status::ok);
+        login.setData({ QByteArray(nuvprotocol::clientVersion) });
         echo()->setReply(login);
         if (!c->connectToNuvKESP(QStringLiteral("bench"), 0, QStringLiteral("user"),
                                  QStringLiteral("secret")))
@@ -53,7 +52,7 @@ ClassifyInterface *client()
 nuvMQClassifyMessage rolesReply()
 {
     nuvMQClassifyMessage reply;
-    reply.command = QStringLiteral("OK");
+    reply.command = QLatin1String(nuvprotocol::status::ok);
     QStringList roles;
     for (int i = 0; i < 20; ++i)
         roles << QStringLiteral("role-%1").arg(i);
@@ -65,7 +64,7 @@ nuvMQClassifyMessage rolesReply()
 nuvMQClassifyMessage foldersReply(int count)
 {
     nuvMQClassifyMessage reply;
-    reply.command = QStringLiteral("OK");
+    reply.command = QLatin1String(nuvprotocol::status::ok);
     QStringList records;
     QStringList keys;
     QList<QByteArray> payloads;
@@ -74,12 +73,12 @@ nuvMQClassifyMessage foldersReply(int count)
         records << QStringList { QString::number(i),        QStringLiteral("Folder %1").arg(i),
                                  QString::number(i / 10),   QStringLiteral("archive"),
                                  QStringLiteral("visible"), key }
-                       .join(separator);
+                       .join(nuvprotocol::recordSeparator);
         keys << key;
         payloads << QByteArray(64, char('a' + i % 26));
     }
     reply.setDataList(records);
-    reply.setDocId(keys.join(separator));
+    reply.setDocId(keys.join(nuvprotocol::recordSeparator));
     reply.setData(payloads);
     reply.setUpdateString(QStringLiteral("42"));
     return reply;
@@ -131,7 +130,7 @@ void BM_getRoles_plugin(benchmark::State &state)
 
 void BM_getRoles_wire(benchmark::State &state)
 {
-    wireBaseline(state, QStringLiteral("CFROLES"), QString(), rolesReply());
+    wireBaseline(state, QLatin1String(nuvprotocol::words::getRoles), QString(), rolesReply());
 }
 
 void BM_getFolderStructure100_plugin(benchmark::State &state)
@@ -148,8 +147,8 @@ void BM_getFolderStructure100_plugin(benchmark::State &state)
 
 void BM_getFolderStructure100_wire(benchmark::State &state)
 {
-    wireBaseline(state, QStringLiteral("CFGETMANS"), QStringLiteral("structure"),
-                 foldersReply(100));
+    wireBaseline(state, QLatin1String(nuvprotocol::words::getFolderStructure),
+                 QStringLiteral("structure"), foldersReply(100));
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 // needed per payload byte; each size runs in a fresh process.
 
 #include "nuvmqclassifymessage.h"
+#include "protocolwords.h"
 
 #include <QByteArray>
 #include <QFile>
@@ -38,7 +39,7 @@ void roundTrip(nuvMQClassifyMessage &message, nuvMQClassifyMessage &decoded)
 void BM_wire_data(benchmark::State &state)
 {
     nuvMQClassifyMessage message, decoded;
-    message.command = QStringLiteral("CFSAVEUSERDATA");
+    message.command = QLatin1String(nuvprotocol::words::saveUserData);
     message.setData({ payload(state.range(0)) });
     for (auto _ : state) {
         roundTrip(message, decoded);
@@ -72,7 +73,7 @@ void BM_memcpy_data(benchmark::State &state)
 void BM_wire_list(benchmark::State &state)
 {
     nuvMQClassifyMessage message, decoded;
-    message.command = QStringLiteral("CFDOCSETUSERS");
+    message.command = QLatin1String(nuvprotocol::words::setUsers);
     QStringList list;
     qint64 bytes = 0;
     for (int i = 0; i < state.range(0); ++i) {

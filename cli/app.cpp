@@ -7,8 +7,8 @@
 #include "installlayout.h"
 #include "options.h"
 #include "output.h"
+#include "pluginclient.h"
 #include "scriptrunner.h"
-#include "session.h"
 
 namespace nuvcli {
 
@@ -35,12 +35,12 @@ int runCall(const Options &options, Console &console)
         return usageError(console, error);
 
     Printer printer(console.out, options.json);
-    Session session(options, console, printer);
-    if (!session.open(&error)) {
+    PluginClient client(options, console, printer);
+    if (!client.open(&error)) {
         console.err << "nuvclassify: " << error << '\n';
         return ExitSetup;
     }
-    const CallRecord record = session.run(call);
+    const CallRecord record = client.run(call);
     printer.call(record);
     if (!record.ok)
         reportFailure(console, record);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
 
+#include "protocolwords.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTextCodec>
@@ -8,8 +10,6 @@
 namespace nuvcli {
 
 namespace {
-
-const QChar recordSeparator(0xFEFF);
 
 // Beyond 2^53 a JSON number (a double) loses digits; such values travel as
 // decimal strings instead.
@@ -29,7 +29,7 @@ QJsonArray jsonStrings(const QStringList &strings)
 QString readableText(const QString &text)
 {
     QString shown = text;
-    return shown.replace(recordSeparator, QStringLiteral(" | "));
+    return shown.replace(nuvprotocol::recordSeparator, QStringLiteral(" | "));
 }
 
 QString readableBytes(const QByteArray &bytes)

@@ -3,8 +3,8 @@
 
 #include "call.h"
 #include "output.h"
+#include "pluginclient.h"
 #include "script.h"
-#include "session.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -177,8 +177,8 @@ int runScript(const Options &options, Console &console)
 
     Printer printer(console.out, options.json);
     printer.setNarrating(true);
-    Session session(options, console, printer);
-    if (!session.open(&error)) {
+    PluginClient client(options, console, printer);
+    if (!client.open(&error)) {
         console.err << "nuvclassify: " << error << '\n';
         return ExitSetup;
     }
@@ -190,7 +190,7 @@ int runScript(const Options &options, Console &console)
             return scriptError(console,
                                QStringLiteral("line %1: %2").arg(entry.line.number).arg(error));
 
-        const CallRecord record = session.run(entry.call, entry.line.number);
+        const CallRecord record = client.run(entry.call, entry.line.number);
         printer.call(record);
         if (record.ok) {
             keepVariables(record, entry.line.capture, &variables);

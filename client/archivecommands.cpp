@@ -2,12 +2,13 @@
 // Archives and tenants, folders and system folders, document and status
 // types, dynamic attributes and value lists.
 
+#include "commandblocks.h"
 #include "nuvclassifyclient.h"
-#include "records.h"
 
 using nuv::Command;
 using nuv::fields;
 using nuv::listFields;
+namespace words = nuvprotocol::words;
 
 namespace {
 // Where the two record kinds keep the key that pairs them with a payload.
@@ -31,12 +32,12 @@ QStringRef folderKey(const QStringRef &text)
 
 bool NuvClassifyClient::getArchives(QStringList &archives)
 {
-    return perform(Command("CFDOCGETARCHIVES"), {}, false, nuv::assignDataList(archives));
+    return perform(Command(words::getArchives), {}, false, nuv::assignDataList(archives));
 }
 
 bool NuvClassifyClient::setCurrentArchive(QString archive)
 {
-    return perform(Command("CFSELARCHIVE"), fields(archive), false,
+    return perform(Command(words::setCurrentArchive), fields(archive), false,
                    [this, &archive](const NuvKespClassifyBlock &) {
                        nuv::MutexLocker locker(&stateLock);
                        currentArchive = archive;
@@ -46,16 +47,16 @@ bool NuvClassifyClient::setCurrentArchive(QString archive)
 
 bool NuvClassifyClient::insertMandant(QString first, QString second, QByteArray payload)
 {
-    return perform(Command("CFNEWMANDANT"), listFields({ first, second }, { payload }), false,
+    return perform(Command(words::insertMandant), listFields({ first, second }, { payload }), false,
                    [this](const NuvKespClassifyBlock &) {
-                       emit serverRequest(QStringLiteral("SYSUPDATE"));
+                       emit serverRequest(QLatin1String(nuvprotocol::notice::systemUpdate));
                        return true;
                    });
 }
 
 bool NuvClassifyClient::getMandanten(QStringList &tenants, QList<QByteArray> &payloads)
 {
-    return perform(Command("CFDOCGETMANDANTEN"), {}, false, [&](const NuvKespClassifyBlock &reply) {
+    return perform(Command(words::getMandanten), {}, false, [&](const NuvKespClassifyBlock &reply) {
         tenants = reply.dataList;
         // Appended: unlike the folder readers, the caller's
         // earlier byte arrays stay in front.
@@ -81,7 +82,7 @@ void NuvClassifyClient::assembleFolders(const NuvKespClassifyBlock &reply, QStri
 bool NuvClassifyClient::getFolderStructure(QString structureKey, QStringList &folders,
                                            QList<QByteArray> &payloads)
 {
-    return perform(Command("CFGETMANS"), fields(structureKey), false,
+    return perform(Command(words::getFolderStructure), fields(structureKey), false,
                    [&](const NuvKespClassifyBlock &reply) {
                        assembleFolders(reply, folders, payloads);
                        return true;
@@ -91,28 +92,28 @@ bool NuvClassifyClient::getFolderStructure(QString structureKey, QStringList &fo
 bool NuvClassifyClient::saveFolderStructure(QString structureKey, QStringList folders,
                                             QList<QByteArray> payloads)
 {
-    return perform(Command("CFSAVEMANS"), fields(structureKey, folders, payloads));
+    return perform(Command(words::saveFolderStructure), fields(structureKey, folders, payloads));
 }
 
 QString NuvClassifyClient::getMainFolder(QString folder)
 {
     // No reply test: after a failed exchange the reply's `docId` is empty.
-    return perform(Command("CFMAINFOLDER").testedBy(nuv::ReplyTest::None), fields(folder),
+    return perform(Command(words::getMainFolder).testedBy(nuv::ReplyTest::None), fields(folder),
                    QString(), nuv::replyDocId);
 }
 
 bool NuvClassifyClient::newFolder(QString first, QString second, QString third, QString fourth)
 {
-    return perform(Command("CFNEWFOLDER").expectingOk(),
+    return perform(Command(words::newFolder).expectingOk(),
                    listFields({ first, second, third, fourth }));
 }
 
 bool NuvClassifyClient::getSystemFolders(QStringList &folders, QList<QByteArray> &payloads,
                                          bool withEmpty)
 {
-    const QString which
-        = withEmpty ? QStringLiteral("EMPTYFOLDERS") : QStringLiteral("NOEMPTYFOLDERS");
-    return perform(Command("CFDOCSYSFOLDERS"), fields(QStringLiteral("0"), { which }), false,
+    const QString which = withEmpty ? QLatin1String(nuvprotocol::flag::emptyFolders)
+                                    : QLatin1String(nuvprotocol::flag::noEmptyFolders);
+    return perform(Command(words::getSystemFolders), fields(QStringLiteral("0"), { which }), false,
                    [&](const NuvKespClassifyBlock &reply) {
                        assembleFolders(reply, folders, payloads);
                        return true;
@@ -121,7 +122,8 @@ bool NuvClassifyClient::getSystemFolders(QStringList &folders, QList<QByteArray>
 
 bool NuvClassifyClient::setSystemFolders(QStringList folders, QList<QByteArray> payloads)
 {
-    return perform(Command("CFDOCSETSYSFOLDERS"), fields(QStringLiteral("0"), folders, payloads));
+    return perform(Command(words::setSystemFolders),
+                   fields(QStringLiteral("0"), folders, payloads));
 }
 
 // Document and status types
@@ -139,22 +141,22 @@ auto assignTypeTable(QStringList &records, QList<QByteArray> &payloads)
 
 bool NuvClassifyClient::getStatusTypes(QStringList &records, QList<QByteArray> &payloads)
 {
-    return perform(Command("CFSTATTYPES"), {}, false, assignTypeTable(records, payloads));
+    return perform(Command(words::getStatusTypes), {}, false, assignTypeTable(records, payloads));
 }
 
 bool NuvClassifyClient::getDocTypes(QStringList &records, QList<QByteArray> &payloads)
 {
-    return perform(Command("CFGETDOCTYPES"), {}, false, assignTypeTable(records, payloads));
+    return perform(Command(words::getDocTypes), {}, false, assignTypeTable(records, payloads));
 }
 
 bool NuvClassifyClient::saveStatusTypes(QStringList records, QList<QByteArray> payloads)
 {
-    return perform(Command("CFSAVESTATI"), listFields(records, payloads));
+    return perform(Command(words::saveStatusTypes), listFields(records, payloads));
 }
 
 bool NuvClassifyClient::saveDocTypes(QStringList records, QList<QByteArray> payloads)
 {
-    return perform(Command("CFSAVEDOCTYPES"), listFields(records, payloads));
+    return perform(Command(words::saveDocTypes), listFields(records, payloads));
 }
 
 // Dynamic attributes and value lists. The first three report failure by
@@ -162,35 +164,35 @@ bool NuvClassifyClient::saveDocTypes(QStringList records, QList<QByteArray> payl
 
 QStringList NuvClassifyClient::listDynAttributes()
 {
-    return performForList(Command("CFLSTDYNATT").expectingOk().keepingLastError());
+    return performForList(Command(words::listDynAttributes).expectingOk().keepingLastError());
 }
 
 bool NuvClassifyClient::addDynAttribute(QString first, QString second, bool flag)
 {
     const QString flagWord = flag ? QStringLiteral("true") : QStringLiteral("false");
-    return perform(Command("CFADDDYNATT").expectingOk().keepingLastError(),
+    return perform(Command(words::addDynAttribute).expectingOk().keepingLastError(),
                    listFields({ first, second, flagWord }));
 }
 
 bool NuvClassifyClient::deleteDynAttribute(int attribute)
 {
-    return perform(Command("CFDELDYNATT").expectingOk().keepingLastError(),
+    return perform(Command(words::deleteDynAttribute).expectingOk().keepingLastError(),
                    listFields({ QString::number(attribute) }));
 }
 
 bool NuvClassifyClient::modifyDynattribute(QStringList values)
 {
-    return perform(Command("CFMODDYNATT").expectingOk(), listFields(values));
+    return perform(Command(words::modifyDynattribute).expectingOk(), listFields(values));
 }
 
 QStringList NuvClassifyClient::getWerteListe(int list)
 {
-    return performForList(Command("CFLSTWERTE").expectingOk(),
+    return performForList(Command(words::getWerteListe).expectingOk(),
                           listFields({ QString::number(list) }));
 }
 
 bool NuvClassifyClient::modifyWerteListe(int list, QStringList values)
 {
     values.prepend(QString::number(list));
-    return perform(Command("CFMODWERTE").expectingOk(), listFields(values));
+    return perform(Command(words::modifyWerteListe).expectingOk(), listFields(values));
 }

@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Clipboards and their cards, shares, and stored extended searches.
 
+#include "commandblocks.h"
 #include "nuvclassifyclient.h"
-#include "records.h"
 
 #include <QLocale>
 
 using nuv::Command;
 using nuv::fields;
 using nuv::listFields;
+namespace words = nuvprotocol::words;
 
 namespace {
 // A successful reply names the new object in `docId`; an empty name is
@@ -23,22 +24,22 @@ QString createdName(const NuvKespClassifyBlock &reply)
 
 QString NuvClassifyClient::addClipboard(const QString &name)
 {
-    return perform(Command("CFADDCLIPBOARD"), listFields({ name }), QString(), createdName);
+    return perform(Command(words::addClipboard), listFields({ name }), QString(), createdName);
 }
 
 bool NuvClassifyClient::renameClipboard(const QString &clipboard, const QString &newName)
 {
-    return perform(Command("CFRENAMECLIPBOARD"), fields(clipboard, { newName }));
+    return perform(Command(words::renameClipboard), fields(clipboard, { newName }));
 }
 
 bool NuvClassifyClient::removeClipboard(const QString &clipboard)
 {
-    return perform(Command("CFREMOVECLIPBOARD"), fields(clipboard));
+    return perform(Command(words::removeClipboard), fields(clipboard));
 }
 
 bool NuvClassifyClient::readClipboards(QList<QPair<QString, QString>> &clipboards)
 {
-    return perform(Command("CFREADCLIPBOARDS"), {}, false,
+    return perform(Command(words::readClipboards), {}, false,
                    [&clipboards](const NuvKespClassifyBlock &reply) {
                        // Appended; a name without its byte array gets a null
                        // text rather than a read past the reply.
@@ -54,30 +55,30 @@ bool NuvClassifyClient::addClipboardCard(const QString &clipboard, const QString
 {
     // Joined into one entry here, two entries in the update: the server's
     // two commands differ.
-    return perform(Command("CFCADDCARD"),
+    return perform(Command(words::addClipboardCard),
                    fields(clipboard, { card + nuv::recordSeparator + cardData }));
 }
 
 bool NuvClassifyClient::removeClipboardCard(const QString &clipboard, const QString &card)
 {
-    return perform(Command("CFCREMOVECARD"), fields(clipboard, { card }));
+    return perform(Command(words::removeClipboardCard), fields(clipboard, { card }));
 }
 
 bool NuvClassifyClient::updateClibpoardCard(const QString &clipboard, const QString &card,
                                             const QString &cardData)
 {
-    return perform(Command("CFCUPDATECARD"), fields(clipboard, { card, cardData }));
+    return perform(Command(words::updateClipboardCard), fields(clipboard, { card, cardData }));
 }
 
 bool NuvClassifyClient::clearClipboardCards(const QString &clipboard)
 {
-    return perform(Command("CFCCLEARCARDS"), fields(clipboard));
+    return perform(Command(words::clearClipboardCards), fields(clipboard));
 }
 
 bool NuvClassifyClient::readClipboardCards(const QString &clipboard, QList<QString> &cards,
                                            QList<QString> &texts)
 {
-    return perform(Command("CFCREADCCARDS"), fields(clipboard), false,
+    return perform(Command(words::readClipboardCards), fields(clipboard), false,
                    [&](const NuvKespClassifyBlock &reply) {
                        cards = reply.dataList; // replaced
                        for (const QByteArray &bytes : reply.data) // appended
@@ -88,12 +89,12 @@ bool NuvClassifyClient::readClipboardCards(const QString &clipboard, QList<QStri
 
 QStringList NuvClassifyClient::readClipboardRoles(const QString &clipboard)
 {
-    return performForList(Command("CFRCBROLES"), fields(clipboard));
+    return performForList(Command(words::readClipboardRoles), fields(clipboard));
 }
 
 bool NuvClassifyClient::writeClipboardRoles(const QString &clipboard, const QStringList &roles)
 {
-    return perform(Command("CFWCBROLES"), fields(clipboard, roles));
+    return perform(Command(words::writeClipboardRoles), fields(clipboard, roles));
 }
 
 // Shares: unlocked, tested for "OK", scalars sent as UTF-8 byte arrays.
@@ -107,25 +108,25 @@ QString NuvClassifyClient::addShare(const QString &first, const QStringList &ent
         : QString();
     const QList<QByteArray> data { third.toUtf8(), QString::number(number).toUtf8(),
                                    expiryText.toUtf8(), first.toUtf8() };
-    return perform(Command("CFADDSHARE").unlocked().expectingOk(), listFields(entries, data),
+    return perform(Command(words::addShare).unlocked().expectingOk(), listFields(entries, data),
                    QString(), createdName);
 }
 
 QStringList NuvClassifyClient::getShares()
 {
-    return performForList(Command("CFGETSHARES").unlocked().expectingOk());
+    return performForList(Command(words::getShares).unlocked().expectingOk());
 }
 
 bool NuvClassifyClient::deleteShare(const QString &share)
 {
-    return perform(Command("CFDELSHARE").unlocked().expectingOk(), fields(share));
+    return perform(Command(words::deleteShare).unlocked().expectingOk(), fields(share));
 }
 
 // Extended searches: a whole definition travels as one joined entry.
 
 bool NuvClassifyClient::addExtentedSearch(QString first, QString second, QStringList entries)
 {
-    return perform(Command("CFEXTSEARCHADD"),
+    return perform(Command(words::addExtendedSearch),
                    listFields({ nuv::joinSearchEntry({ first, second }, entries) }));
 }
 
@@ -133,17 +134,17 @@ bool NuvClassifyClient::updateExtentedSearch(int search, QString first, QString 
                                              QStringList entries)
 {
     return perform(
-        Command("CFEXTSEARCHUPD"),
+        Command(words::updateExtendedSearch),
         listFields({ nuv::joinSearchEntry({ QString::number(search), first, second }, entries) }));
 }
 
 QStringList NuvClassifyClient::getExtentedSearch(QStringList entries)
 {
-    return performForList(Command("CFEXTSEARCHFIN"),
+    return performForList(Command(words::getExtendedSearch),
                           listFields({ nuv::joinSearchEntry({}, entries) }));
 }
 
 bool NuvClassifyClient::deleteExtentedSearch(QString search)
 {
-    return perform(Command("CFEXTSEARCHDEL"), listFields({ search }));
+    return perform(Command(words::deleteExtendedSearch), listFields({ search }));
 }

@@ -2,6 +2,8 @@
 #ifndef NUV_COMMAND_H
 #define NUV_COMMAND_H
 
+#include "protocolwords.h"
+
 #include <QLatin1String>
 
 /*
@@ -64,11 +66,11 @@ inline bool passes(ReplyTest test, const QString &status)
 {
     switch (test) {
     case ReplyTest::ErrorEquals:
-        return status != QLatin1String("ERROR");
+        return status != QLatin1String(nuvprotocol::status::error);
     case ReplyTest::OkEquals:
-        return status == QLatin1String("OK");
+        return status == QLatin1String(nuvprotocol::status::ok);
     case ReplyTest::ErrorContained:
-        return !status.contains(QLatin1String("ERROR"));
+        return !status.contains(QLatin1String(nuvprotocol::status::error));
     case ReplyTest::None:
         break;
     }

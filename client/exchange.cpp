@@ -13,7 +13,7 @@ namespace {
 NuvKespClassifyBlock failedExchange(const QString &why)
 {
     NuvKespClassifyBlock result;
-    result.command = QStringLiteral("ERROR");
+    result.command = QLatin1String(nuvprotocol::status::error);
     result.errorText = why;
     return result;
 }
@@ -87,7 +87,7 @@ NuvKespClassifyBlock NuvClassifyClient::sendSyncCommand(NuvKespClassifyBlock blo
     // Emitted outside the exchange lock, so that a slot connected directly
     // may run any operation that does not take the operation lock.
     if (result.updateRequested)
-        emit serverRequest(QStringLiteral("DORELOADALL"));
+        emit serverRequest(QLatin1String(nuvprotocol::notice::reloadAll));
     nuv::MutexLocker stateLocker(&stateLock);
     updateString = result.updateString;
     return result;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Connection, login and disconnection.
 
+#include "commandblocks.h"
 #include "nuvclassifyclient.h"
 #include "nuvmqclientinterface.h"
-#include "records.h"
 
 bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, QString pass)
 {
@@ -37,10 +37,11 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
     // Unlike the common pattern, any status that merely contains "ERROR"
     // refuses the login.
     NuvKespClassifyBlock reply;
-    if (exchange(nuv::Command("CFLOGIN").testedBy(nuv::ReplyTest::ErrorContained),
+    if (exchange(nuv::Command(nuvprotocol::words::login).testedBy(nuv::ReplyTest::ErrorContained),
                  nuv::listFields({ user, pass, loginExtra }), reply)) {
         if (!reply.data.isEmpty()
-            && nuv::textFromBytes(reply.data.first()) != QLatin1String(clientVersion)) {
+            && nuv::textFromBytes(reply.data.first())
+                != QLatin1String(nuvprotocol::clientVersion)) {
             // Both take no operation lock, which is what makes this safe.
             closeSession();
             disconnectFromNuvKESP();
@@ -63,8 +64,7 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
 
     locker.unlock();
     // An expired password keeps the connection for changeExpiredPass().
-    if (reply.errorText.startsWith(QLatin1String("Password expired"))
-        || reply.errorText.startsWith(QLatin1String("Passwort abgelaufen")))
+    if (nuvprotocol::isExpiredPasswordText(reply.errorText))
         return false;
     disconnectFromNuvKESP();
     return false;

@@ -34,9 +34,6 @@ class NuvClassifyClient : public ClassifyInterface
     Q_INTERFACES(ClassifyInterface)
 
 public:
-    // The version a server must report at login.
-    static constexpr const char *clientVersion = "18.09-5";
-
     explicit NuvClassifyClient(QString pluginPath = QString());
     ~NuvClassifyClient() override;
 

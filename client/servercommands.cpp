@@ -2,49 +2,51 @@
 // Server information, index, session, maintenance, pass-through and user
 // data store commands.
 
+#include "commandblocks.h"
 #include "nuvclassifyclient.h"
-#include "records.h"
 
 using nuv::Command;
 using nuv::fields;
 using nuv::listFields;
+namespace words = nuvprotocol::words;
 
 // Server information and index
 
 QString NuvClassifyClient::getServerVersion()
 {
-    return perform(Command("CFSERVERVERSION").unlocked(), {}, QString(), nuv::replyDocId);
+    return perform(Command(words::getServerVersion).unlocked(), {}, QString(), nuv::replyDocId);
 }
 
 bool NuvClassifyClient::getIndexerInfos(QStringList &infos)
 {
-    return perform(Command("CFGETINDEXINFOS"), {}, false, nuv::assignDataList(infos));
+    return perform(Command(words::getIndexerInfos), {}, false, nuv::assignDataList(infos));
 }
 
 QList<QByteArray> NuvClassifyClient::getScanInputProcessImage(const QString &process)
 {
-    return perform(Command("CFGETSCANINPUTIMAGE").unlocked(), fields(process), QList<QByteArray>(),
+    return perform(Command(words::getScanInputProcessImage).unlocked(), fields(process),
+                   QList<QByteArray>(),
                    [](const NuvKespClassifyBlock &reply) { return reply.data; });
 }
 
 QStringList NuvClassifyClient::getScanInputProcessList()
 {
-    return performForList(Command("CFGETSCANINPUTLIST").unlocked());
+    return performForList(Command(words::getScanInputProcessList).unlocked());
 }
 
 QStringList NuvClassifyClient::getMinMaxDate()
 {
-    return performForList(Command("CFMINMAXDATE"));
+    return performForList(Command(words::getMinMaxDate));
 }
 
 bool NuvClassifyClient::recreateIndex()
 {
-    return perform(Command("CFRECREATEINDEX"));
+    return perform(Command(words::recreateIndex));
 }
 
 QStringList NuvClassifyClient::getChatUsers()
 {
-    return performForList(Command("CFCHATUSERS"));
+    return performForList(Command(words::getChatUsers));
 }
 
 // Session and maintenance
@@ -52,44 +54,44 @@ QStringList NuvClassifyClient::getChatUsers()
 void NuvClassifyClient::updateLastModified()
 {
     // A notice: whatever comes back, the caller learns nothing.
-    perform(Command("CFLASTUPDATE").unlocked().testedBy(nuv::ReplyTest::None));
+    perform(Command(words::updateLastModified).unlocked().testedBy(nuv::ReplyTest::None));
 }
 
 void NuvClassifyClient::setLastModified()
 {
-    perform(Command("CFSETLASTMODIFIED").unlocked().testedBy(nuv::ReplyTest::None));
+    perform(Command(words::setLastModified).unlocked().testedBy(nuv::ReplyTest::None));
 }
 
 bool NuvClassifyClient::closeSession()
 {
     // Unlocked: the login calls it while it holds the operation lock.
-    return perform(Command("CFCLOSESESSION").unlocked().expectingOk());
+    return perform(Command(words::closeSession).unlocked().expectingOk());
 }
 
 bool NuvClassifyClient::testMail(const QString &address)
 {
-    return perform(Command("CFTESTMAIL"), fields(address));
+    return perform(Command(words::testMail), fields(address));
 }
 
 bool NuvClassifyClient::doBackup()
 {
-    return perform(Command("CFDOBACKUP"));
+    return perform(Command(words::doBackup));
 }
 
 bool NuvClassifyClient::updateBackupConfig()
 {
-    return perform(Command("CFBACKUPUPDATE"));
+    return perform(Command(words::updateBackupConfig));
 }
 
 bool NuvClassifyClient::checkFS(const QString &location)
 {
-    return perform(Command("CFFSCHECK"), fields(location));
+    return perform(Command(words::checkFS), fields(location));
 }
 
 bool NuvClassifyClient::loadRemoteFS(const QString &location, QStringList &entries)
 {
     // Appends: a caller that wants only the new listing passes an empty list.
-    return perform(Command("CFFSLIST"), fields(location), false,
+    return perform(Command(words::loadRemoteFS), fields(location), false,
                    [&entries](const NuvKespClassifyBlock &reply) {
                        entries += reply.dataList;
                        return true;
@@ -100,7 +102,7 @@ void NuvClassifyClient::checkUpdate()
 {
     // The signals go out under the operation lock: a slot connected directly
     // may only call operations that do not take it.
-    perform(Command("CFUPDATES"), {}, false, [this](const NuvKespClassifyBlock &reply) {
+    perform(Command(words::checkUpdate), {}, false, [this](const NuvKespClassifyBlock &reply) {
         const QStringList requests = reply.dataList;
         for (const QString &request : requests)
             emit serverRequest(request);
@@ -132,7 +134,7 @@ bool NuvClassifyClient::doLdapCommand(const QString &command, const QList<QByteA
                                       QList<QByteArray> &answerData, QList<QString> &answerStrings,
                                       QString &errorText)
 {
-    return passThrough(Command("CFLDAPCOMMAND").unlocked(), command, arguments, answerData,
+    return passThrough(Command(words::doLdapCommand).unlocked(), command, arguments, answerData,
                        answerStrings, errorText);
 }
 
@@ -140,27 +142,27 @@ bool NuvClassifyClient::doWebCommand(const QString &command, const QList<QByteAr
                                      QList<QByteArray> &answerData, QList<QString> &answerStrings,
                                      QString &errorText)
 {
-    return passThrough(Command("CFWEBCOMMAND").withTimeout(180), command, arguments, answerData,
-                       answerStrings, errorText);
+    return passThrough(Command(words::doWebCommand).withTimeout(180), command, arguments,
+                       answerData, answerStrings, errorText);
 }
 
 // User data store. An item's byte arrays travel as [second, first] in both
 // directions, so what is saved and what is loaded line up.
 
 namespace {
-const Command loadUserDataCommand("CFLOADUSERDATA");
+const Command loadUserDataCommand(words::loadUserData);
 } // namespace
 
 bool NuvClassifyClient::saveUserData(const QString &key1, const QString &key2,
                                      const QByteArray &first, QByteArray second, bool flag)
 {
-    return perform(Command("CFSAVEUSERDATA"),
+    return perform(Command(words::saveUserData),
                    fields(nuv::flagText(flag), { key1, key2 }, { second, first }));
 }
 
 bool NuvClassifyClient::deleteUserData(const QString &key1, const QString &key2)
 {
-    return perform(Command("CFDELUSERDATA"), listFields({ key1, key2 }));
+    return perform(Command(words::deleteUserData), listFields({ key1, key2 }));
 }
 
 bool NuvClassifyClient::loadUserData(const QString &key1, const QString &key2, QByteArray &first,

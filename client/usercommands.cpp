@@ -1,45 +1,46 @@
 // SPDX-License-Identifier: Apache-2.0
 // Users and passwords, roles, and rights on documents and folders.
 
+#include "commandblocks.h"
 #include "nuvclassifyclient.h"
-#include "records.h"
 
 using nuv::Command;
 using nuv::fields;
 using nuv::listFields;
+namespace words = nuvprotocol::words;
 
 // Users and passwords
 
 bool NuvClassifyClient::setUsers(QStringList users)
 {
-    return perform(Command("CFDOCSETUSERS"), fields(QStringLiteral("0"), users));
+    return perform(Command(words::setUsers), fields(QStringLiteral("0"), users));
 }
 
 bool NuvClassifyClient::getUsers(QStringList &users)
 {
     // The caller's list goes out too, as the server's filter or context.
-    return perform(Command("CFDOCGETUSERS"), fields(QStringLiteral("0"), users), false,
+    return perform(Command(words::getUsers), fields(QStringLiteral("0"), users), false,
                    nuv::assignDataList(users));
 }
 
 bool NuvClassifyClient::delUsers(QStringList users, QString context)
 {
-    return perform(Command("CFDOCDELETEUSERS"), fields(context, users));
+    return perform(Command(words::delUsers), fields(context, users));
 }
 
 bool NuvClassifyClient::updateUsers(QStringList users)
 {
-    return perform(Command("CFDOCUPDATEUSERS"), listFields(users));
+    return perform(Command(words::updateUsers), listFields(users));
 }
 
 bool NuvClassifyClient::changeUserPassAdmin(QString user, QString newPassword)
 {
-    return perform(Command("CFDOCCHANGEUSERPASSADMIN"), fields(user, { newPassword }));
+    return perform(Command(words::changeUserPassAdmin), fields(user, { newPassword }));
 }
 
 bool NuvClassifyClient::changeUserPass(QString oldPassword, QString newPassword)
 {
-    return perform(Command("CFDOCCHANGEUSERPASS"), listFields({ oldPassword, newPassword }));
+    return perform(Command(words::changeUserPass), listFields({ oldPassword, newPassword }));
 }
 
 bool NuvClassifyClient::changeExpiredPass(QString user, QString oldPassword, QString newPassword,
@@ -47,7 +48,7 @@ bool NuvClassifyClient::changeExpiredPass(QString user, QString oldPassword, QSt
 {
     // Runs on the connection a refused login kept open, without the lock.
     return perform(
-        Command("CFDOCCHANGEEXPIREDPASS").unlocked().testedBy(nuv::ReplyTest::ErrorContained),
+        Command(words::changeExpiredPass).unlocked().testedBy(nuv::ReplyTest::ErrorContained),
         fields(user, { oldPassword, newPassword }));
 }
 
@@ -55,37 +56,37 @@ bool NuvClassifyClient::changeExpiredPass(QString user, QString oldPassword, QSt
 
 QStringList NuvClassifyClient::getRoles()
 {
-    return performForList(Command("CFROLES"));
+    return performForList(Command(words::getRoles));
 }
 
 QStringList NuvClassifyClient::getRoles(QString role)
 {
-    return performForList(Command("CFPARENTROLES"), listFields({ role }));
+    return performForList(Command(words::getParentRoles), listFields({ role }));
 }
 
 QStringList NuvClassifyClient::getRoleList()
 {
-    return performForList(Command("CFSENDROLESINFO").unlocked());
+    return performForList(Command(words::getRoleList).unlocked());
 }
 
 QStringList NuvClassifyClient::getUserRoles(QString user)
 {
-    return performForList(Command("CFDOCGETUSERROLES"), fields(user));
+    return performForList(Command(words::getUserRoles), fields(user));
 }
 
 QStringList NuvClassifyClient::getRoleRoles(QString role)
 {
-    return performForList(Command("CFGETROLESBYROLE"), fields(role));
+    return performForList(Command(words::getRoleRoles), fields(role));
 }
 
 QStringList NuvClassifyClient::getRoleUsers(QString role)
 {
-    return performForList(Command("CFDOCGETROLEUSERS"), fields(role));
+    return performForList(Command(words::getRoleUsers), fields(role));
 }
 
 bool NuvClassifyClient::getUserRole(QString &role)
 {
-    return perform(Command("CFSENDUSERPRIVATEROLE").unlocked(), {}, false,
+    return perform(Command(words::getUserRole).unlocked(), {}, false,
                    [&role](const NuvKespClassifyBlock &reply) {
                        // A reply without any role leaves the caller's value.
                        if (!reply.dataList.isEmpty())
@@ -96,17 +97,17 @@ bool NuvClassifyClient::getUserRole(QString &role)
 
 bool NuvClassifyClient::setRoles(QStringList roles)
 {
-    return perform(Command("CFDOCSETROLES"), listFields(roles));
+    return perform(Command(words::setRoles), listFields(roles));
 }
 
 bool NuvClassifyClient::setUserRoles(QString user, QStringList roles)
 {
-    return perform(Command("CFDOCSETUSERROLES"), fields(user, roles));
+    return perform(Command(words::setUserRoles), fields(user, roles));
 }
 
 bool NuvClassifyClient::setRoleUsers(QString role, QStringList users)
 {
-    return perform(Command("CFDOCSETROLEUSERS"), fields(role, users));
+    return perform(Command(words::setRoleUsers), fields(role, users));
 }
 
 bool NuvClassifyClient::setRoleRoles(QString role, QStringList roles)
@@ -118,34 +119,35 @@ bool NuvClassifyClient::setRoleRoles(QString role, QStringList roles)
 
 bool NuvClassifyClient::deleteRoles(QStringList roles)
 {
-    return perform(Command("CFDELETEROLES"), listFields(roles));
+    return perform(Command(words::deleteRoles), listFields(roles));
 }
 
 // Rights on documents and folders
 
 bool NuvClassifyClient::getDocUsersAndRoles(QString docId, QStringList &entries)
 {
-    return perform(Command("CFGETDOCUSERS"), fields(docId), false, nuv::assignDataList(entries));
+    return perform(Command(words::getDocUsersAndRoles), fields(docId), false,
+                   nuv::assignDataList(entries));
 }
 
 bool NuvClassifyClient::setDocUsersAndRoles(QString docId, QString first, QStringList entries)
 {
     entries.prepend(first);
-    return perform(Command("CFSETDOCUSERS"), fields(docId, entries));
+    return perform(Command(words::setDocUsersAndRoles), fields(docId, entries));
 }
 
 QStringList NuvClassifyClient::getFolderRoles(QString folder)
 {
     // The reader names the folder in the list, the writer in `docId`.
-    return performForList(Command("CFGETFOLDROLE"), listFields({ folder }));
+    return performForList(Command(words::getFolderRoles), listFields({ folder }));
 }
 
 bool NuvClassifyClient::setFolderRoles(QString folder, QStringList roles)
 {
-    return perform(Command("CFSETFOLDROLE"), fields(folder, roles));
+    return perform(Command(words::setFolderRoles), fields(folder, roles));
 }
 
 bool NuvClassifyClient::saveTempDocRollen(QString docId, QStringList entries)
 {
-    return perform(Command("CFDOCTEMPUSERS"), fields(docId, entries));
+    return perform(Command(words::saveTempDocRollen), fields(docId, entries));
 }

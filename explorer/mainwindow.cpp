@@ -9,6 +9,7 @@
 #include "connection.h"
 #include "documentsview.h"
 #include "passworddialog.h"
+#include "protocolwords.h"
 #include "records.h"
 #include "trashpage.h"
 
@@ -37,12 +38,6 @@ namespace {
 constexpr int busyThresholdMs = 200;
 // How often the explorer asks for changes made by others while it is idle.
 constexpr int pollIntervalMs = 5000;
-
-bool isExpiredPassword(const QString &error)
-{
-    return error.startsWith(QLatin1String("Password expired"))
-        || error.startsWith(QLatin1String("Passwort abgelaufen"));
-}
 
 } // namespace
 
@@ -226,7 +221,7 @@ void MainWindow::login(const ConnectionSettings &settings, const QString &passwo
                 if (client.connectToNuvKESP(address.first, address.second, user, password))
                     return Connection::fromBool(client, true);
                 const QString error = client.errorString();
-                if (isExpiredPassword(error) || addresses.size() == 1)
+                if (nuvprotocol::isExpiredPasswordText(error) || addresses.size() == 1)
                     return Connection::fromBool(client, false);
                 errors << QStringLiteral("%1: %2").arg(address.first, error);
             }
@@ -245,7 +240,7 @@ void MainWindow::onLoginAnswer(bool ok, const QString &error, const ConnectionSe
                                const QString &password)
 {
     if (!ok) {
-        if (isExpiredPassword(error)) {
+        if (nuvprotocol::isExpiredPasswordText(error)) {
             changeExpiredPassword(settings, password, error);
             return;
         }
@@ -408,7 +403,7 @@ void MainWindow::onServerRequest(const QString &request)
 {
     // Arrives through a queued connection: the client emitted it while it
     // held its lock, on its own thread.
-    if (request == QLatin1String("SYSUPDATE"))
+    if (request == QLatin1String(nuvprotocol::notice::systemUpdate))
         loadArchives();
     else
         reloadVisible();

@@ -2,6 +2,8 @@
 #ifndef NUVEXPLORER_RECORDS_H
 #define NUVEXPLORER_RECORDS_H
 
+#include "protocolwords.h"
+
 #include <QStringList>
 
 class QTableWidget;
@@ -9,8 +11,7 @@ class QWidget;
 
 namespace nuvexplorer {
 
-// The server joins the fields of one record with U+FEFF.
-inline const QChar recordSeparator(0xFEFF);
+using nuvprotocol::recordSeparator;
 
 QStringList fields(const QString &record);
 QString joinFields(const QStringList &fields);

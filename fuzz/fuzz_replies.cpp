@@ -42,8 +42,8 @@ void start()
     // more than the input itself. It lives until exit.
     h.client = new NuvClassifyClient(dir);
     nuvMQClassifyMessage login;
-    login.command = QStringLiteral("OK");
-    login.setData({ QByteArray(NuvClassifyClient::clientVersion) });
+    login.command = QLatin1String(nuvprotocol::status::ok);
+    login.setData({ QByteArray(nuvprotocol::clientVersion) });
     h.transport->reset();
     h.transport->queueReply(login);
     if (!h.client->connectToNuvKESP(QStringLiteral("localhost"), 61613, QStringLiteral("fuzz"),

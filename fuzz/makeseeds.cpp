@@ -4,6 +4,7 @@
 // reply to one operation, so the fuzzer starts from replies that get past
 // the status test and into each operation's reading of the fields.
 
+#include "protocolwords.h"
 #include "replycase.h"
 
 #include <QDir>
@@ -13,11 +14,11 @@
 
 namespace {
 
-const QChar separator(0xFEFF);
+namespace status = nuvprotocol::status;
 
 QString record(const QStringList &fields)
 {
-    return fields.join(separator);
+    return fields.join(nuvprotocol::recordSeparator);
 }
 
 int indexOf(const char *operationName)
@@ -30,10 +31,10 @@ int indexOf(const char *operationName)
     qFatal("no operation %s", operationName);
 }
 
-nuvMQClassifyMessage reply(const QString &status)
+nuvMQClassifyMessage reply(const char *statusWord)
 {
     nuvMQClassifyMessage m;
-    m.command = status;
+    m.command = QLatin1String(statusWord);
     return m;
 }
 
@@ -52,7 +53,7 @@ QList<Seed> seeds()
               list.append({ file, replycase::inputFor(indexOf(operation), m) });
           };
 
-    nuvMQClassifyMessage decoded = reply("OK");
+    nuvMQClassifyMessage decoded = reply(status::ok);
     decoded.setDocId("d1");
     decoded.setDataList({ "a", "b" });
     decoded.setData({ "x", QByteArray() });
@@ -60,27 +61,27 @@ QList<Seed> seeds()
     decoded.convertToBase64(wire);
     list.append({ "decode-wire-text", replycase::decoderInput(wire) });
 
-    nuvMQClassifyMessage login = reply("OK");
+    nuvMQClassifyMessage login = reply(status::ok);
     login.setDocId("Full Name");
     login.setDataList({ "role1", "role2" });
-    login.setData({ "18.09-5" });
+    login.setData({ nuvprotocol::clientVersion });
     login.setAvailablePlugins({ "head", "plugin1" });
     add("login", "connectToNuvKESP(QString,int,QString,QString)", login);
     login.setData({ "17.01-1" });
     add("login-other-version", "connectToNuvKESP(QString,int,QString,QString,QString)", login);
-    nuvMQClassifyMessage expired = reply("ERROR");
+    nuvMQClassifyMessage expired = reply(status::error);
     expired.hasErrorText = true;
-    expired.errorText = "Password expired";
+    expired.errorText = QLatin1String(nuvprotocol::expiredPassword);
     add("login-expired", "connectToNuvKESP(QString,int,QString,QString)", expired);
 
-    nuvMQClassifyMessage clipboards = reply("OK");
+    nuvMQClassifyMessage clipboards = reply(status::ok);
     clipboards.setDataList({ "c1", "c2", "c3" });
     clipboards.setData({ QByteArray("ab\0cd", 5), QByteArray(), "" });
     add("clipboards", "readClipboards(QList<QPair<QString,QString>>&)", clipboards);
     add("clipboard-cards", "readClipboardCards(QString,QList<QString>&,QList<QString>&)",
         clipboards);
 
-    nuvMQClassifyMessage tenants = reply("OK");
+    nuvMQClassifyMessage tenants = reply(status::ok);
     tenants.setDocId(record({ "7", "", "8" }));
     tenants.setDataList({ folderRecord, record({ "t", "u", "v", "8" }) });
     tenants.setData({ "p7", "p8" });
@@ -88,26 +89,28 @@ QList<Seed> seeds()
     add("folders", "getFolderStructure(QString,QStringList&,QList<QByteArray>&)", tenants);
     add("system-folders", "getSystemFolders(QStringList&,QList<QByteArray>&,bool)", tenants);
 
-    nuvMQClassifyMessage temporary = reply("OK");
+    nuvMQClassifyMessage temporary = reply(status::ok);
     temporary.setDocId("4294967296");
     temporary.setDataList({ "v1", "v2" });
     temporary.setAvailablePlugins({ "42", "t1" });
     add("classify-temp", "getClassifyTemp(qint64&,QStringList&,QStringList&)", temporary);
 
-    nuvMQClassifyMessage userData = reply("OK");
+    nuvMQClassifyMessage userData = reply(status::ok);
     userData.setDataList({ "n1", "n2" });
     userData.setData({ "s1", "f1", "s2" });
     add("user-data-list",
         "loadUserData(QString,QList<QString>&,QList<QByteArray>&,QList<QByteArray>&)", userData);
     add("user-data-one", "loadUserData(QString,QString,QByteArray&,QByteArray&)", userData);
 
-    nuvMQClassifyMessage updates = reply("OK");
-    updates.setDataList({ "DORELOADALL", "SYSUPDATE", "" });
+    nuvMQClassifyMessage updates = reply(status::ok);
+    // The last entry empty but not null: the wire tells the two apart.
+    updates.setDataList({ QLatin1String(nuvprotocol::notice::reloadAll),
+                          QLatin1String(nuvprotocol::notice::systemUpdate), "" });
     updates.setUpdateRequested(true);
     updates.setUpdateString("marker");
     add("updates", "checkUpdate()", updates);
 
-    nuvMQClassifyMessage web = reply("ERROR");
+    nuvMQClassifyMessage web = reply(status::error);
     web.hasErrorText = true;
     web.errorText = "inner failure";
     web.setDataList({ "s" });
@@ -115,15 +118,15 @@ QList<Seed> seeds()
     add("web-command",
         "doWebCommand(QString,QList<QByteArray>,QList<QByteArray>&,QList<QString>&,QString&)", web);
 
-    nuvMQClassifyMessage count = reply("OK");
+    nuvMQClassifyMessage count = reply(status::ok);
     count.setDocId("9223372036854775807");
     add("document-count", "getDocumentCount(QString,bool,bool)", count);
 
-    nuvMQClassifyMessage role = reply("OK");
+    nuvMQClassifyMessage role = reply(status::ok);
     role.setDataList({ "private" });
     add("user-role", "getUserRole(QString&)", role);
 
-    nuvMQClassifyMessage share = reply("OK");
+    nuvMQClassifyMessage share = reply(status::ok);
     share.setDocId("s1");
     add("share", "addShare(QString,QStringList,QString,QDateTime,int)", share);
     return list;

@@ -3,8 +3,9 @@
 
 #include "base64text.h"
 #include "exitstatus.h"
+#include "fieldvalues.h"
 #include "logtext.h"
-#include "records.h"
+#include "protocolwords.h"
 #include "senderidentity.h"
 #include "serverengine.h"
 #include "session.h"
@@ -36,7 +37,7 @@ constexpr qint64 sweepEveryMs = 60 * 1000;
 // An answer the daemon gives without the engine.
 void refuse(nuvMQClassifyMessage &reply, const QString &text)
 {
-    reply.command = QStringLiteral("ERROR");
+    reply.command = QLatin1String(nuvprotocol::status::error);
     reply.hasErrorText = true;
     reply.errorText = text;
 }
@@ -507,7 +508,7 @@ void RequestServer::finish(const InHand &request)
         lost = true;
         return;
     }
-    const bool failed = request.reply.command == QLatin1String("ERROR");
+    const bool failed = request.reply.command == QLatin1String(nuvprotocol::status::error);
     counters.answered(request.timer.nsecsElapsed() / 1000, failed, request.replayed);
     logRequest(request);
 }
@@ -523,7 +524,7 @@ void RequestServer::logRequest(const InHand &request) const
         const nuvMQClassifyMessage &reply = request.reply;
         QString result
             = reply.command.isEmpty() ? QStringLiteral("(no status)") : logField(reply.command, 20);
-        if (reply.command == QLatin1String("ERROR"))
+        if (reply.command == QLatin1String(nuvprotocol::status::error))
             result += QStringLiteral(" (%1)").arg(logField(reply.errorText));
         log(1,
             QStringLiteral("%1 user=%2 %3 ms %4%5%6")

@@ -52,7 +52,7 @@ void newTenant(Context &ctx)
     run(ctx.db, QStringLiteral("INSERT INTO archives(name, tenant_number) VALUES (?, ?)"),
         { name, number });
     ctx.setDocId(QString::number(number));
-    ctx.notifyOthers(QStringLiteral("SYSUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::systemUpdate));
 }
 
 // CFDOCGETMANDANTEN: records name␟description␟archive␟number␟archive
@@ -213,7 +213,7 @@ void saveFolders(Context &ctx, const QString &structure)
               fields.at(0), field(fields, 2).toLongLong(), field(fields, 3),
               payload.isEmpty() ? QVariant() : QVariant(payload) });
     }
-    ctx.notifyOthers(QStringLiteral("FOLDERSUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::foldersUpdate));
 }
 
 // CFGETMANS: docId structure key
@@ -282,7 +282,7 @@ void newFolder(Context &ctx)
         { key, structure, parent.isEmpty() ? QVariant() : QVariant(parent), ctx.item(2),
           structure });
     ctx.setDocId(key);
-    ctx.notifyOthers(QStringLiteral("FOLDERSUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::foldersUpdate));
 }
 
 // CFDOCSYSFOLDERS: docId "0", [EMPTYFOLDERS | NOEMPTYFOLDERS]; a folder is
@@ -290,11 +290,14 @@ void newFolder(Context &ctx)
 // trash.
 void systemFolders(Context &ctx)
 {
-    const QString which = ctx.requireItem(0, QStringLiteral("EMPTYFOLDERS or NOEMPTYFOLDERS"));
-    if (which != QLatin1String("EMPTYFOLDERS") && which != QLatin1String("NOEMPTYFOLDERS"))
-        fail(QStringLiteral("dataList must hold EMPTYFOLDERS or NOEMPTYFOLDERS, not '%1'")
-                 .arg(which));
-    replyFolders(ctx, systemStructure, which == QLatin1String("EMPTYFOLDERS"));
+    const QLatin1String withEmpty(nuvprotocol::flag::emptyFolders);
+    const QLatin1String withoutEmpty(nuvprotocol::flag::noEmptyFolders);
+    const QString which
+        = ctx.requireItem(0, QStringLiteral("%1 or %2").arg(withEmpty, withoutEmpty));
+    if (which != withEmpty && which != withoutEmpty)
+        fail(QStringLiteral("dataList must hold %1 or %2, not '%3'")
+                 .arg(withEmpty, withoutEmpty, which));
+    replyFolders(ctx, systemStructure, which == withEmpty);
 }
 
 // CFDOCSETSYSFOLDERS: docId "0", dataList records, data payloads
@@ -308,16 +311,16 @@ void saveSystemFolders(Context &ctx)
 QVector<CommandEntry> archiveCommands()
 {
     return {
-        { "CFDOCGETARCHIVES", archives, NeedsSession },
-        { "CFSELARCHIVE", selectArchive, NeedsSession },
-        { "CFNEWMANDANT", newTenant, Administrative | Writes },
-        { "CFDOCGETMANDANTEN", tenants, NeedsSession },
-        { "CFGETMANS", folderStructure, NeedsSession },
-        { "CFSAVEMANS", saveFolderStructure, Administrative | Writes },
-        { "CFMAINFOLDER", mainFolder, NeedsSession },
-        { "CFNEWFOLDER", newFolder, Writes },
-        { "CFDOCSYSFOLDERS", systemFolders, NeedsSession },
-        { "CFDOCSETSYSFOLDERS", saveSystemFolders, Administrative | Writes },
+        { words::getArchives, archives, NeedsSession },
+        { words::setCurrentArchive, selectArchive, NeedsSession },
+        { words::insertMandant, newTenant, Administrative | Writes },
+        { words::getMandanten, tenants, NeedsSession },
+        { words::getFolderStructure, folderStructure, NeedsSession },
+        { words::saveFolderStructure, saveFolderStructure, Administrative | Writes },
+        { words::getMainFolder, mainFolder, NeedsSession },
+        { words::newFolder, newFolder, Writes },
+        { words::getSystemFolders, systemFolders, NeedsSession },
+        { words::setSystemFolders, saveSystemFolders, Administrative | Writes },
     };
 }
 

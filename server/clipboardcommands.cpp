@@ -114,7 +114,7 @@ void addCard(Context &ctx)
             "INSERT INTO clipboard_cards(clipboard_id, card, data, position) VALUES (?, ?, ?,"
             " (SELECT coalesce(max(position), 0) + 1 FROM clipboard_cards WHERE clipboard_id = "
             "?))"),
-        { id, card, fields.mid(1).join(fieldSeparator), id });
+        { id, card, fields.mid(1).join(recordSeparator), id });
 }
 
 qint64 requireCard(Context &ctx, QString *card)
@@ -358,24 +358,24 @@ void findSearches(Context &ctx)
 QVector<CommandEntry> clipboardCommands()
 {
     return {
-        { "CFADDCLIPBOARD", addClipboard, Writes },
-        { "CFRENAMECLIPBOARD", renameClipboard, Writes },
-        { "CFREMOVECLIPBOARD", removeClipboard, Writes },
-        { "CFREADCLIPBOARDS", readClipboards, NeedsSession },
-        { "CFCADDCARD", addCard, Writes },
-        { "CFCUPDATECARD", updateCard, Writes },
-        { "CFCREMOVECARD", removeCard, Writes },
-        { "CFCCLEARCARDS", clearCards, Writes },
-        { "CFCREADCCARDS", readCards, NeedsSession },
-        { "CFRCBROLES", clipboardRoles, NeedsSession },
-        { "CFWCBROLES", writeClipboardRoles, Writes },
-        { "CFADDSHARE", addShare, Writes | IdList },
-        { "CFGETSHARES", shares, NeedsSession },
-        { "CFDELSHARE", deleteShare, Writes },
-        { "CFEXTSEARCHADD", addSearch, Writes },
-        { "CFEXTSEARCHUPD", updateSearch, Writes },
-        { "CFEXTSEARCHDEL", deleteSearch, Writes },
-        { "CFEXTSEARCHFIN", findSearches, NeedsSession },
+        { words::addClipboard, addClipboard, Writes },
+        { words::renameClipboard, renameClipboard, Writes },
+        { words::removeClipboard, removeClipboard, Writes },
+        { words::readClipboards, readClipboards, NeedsSession },
+        { words::addClipboardCard, addCard, Writes },
+        { words::updateClipboardCard, updateCard, Writes },
+        { words::removeClipboardCard, removeCard, Writes },
+        { words::clearClipboardCards, clearCards, Writes },
+        { words::readClipboardCards, readCards, NeedsSession },
+        { words::readClipboardRoles, clipboardRoles, NeedsSession },
+        { words::writeClipboardRoles, writeClipboardRoles, Writes },
+        { words::addShare, addShare, Writes | IdList },
+        { words::getShares, shares, NeedsSession },
+        { words::deleteShare, deleteShare, Writes },
+        { words::addExtendedSearch, addSearch, Writes },
+        { words::updateExtendedSearch, updateSearch, Writes },
+        { words::deleteExtendedSearch, deleteSearch, Writes },
+        { words::getExtendedSearch, findSearches, NeedsSession },
     };
 }
 

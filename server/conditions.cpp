@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "conditions.h"
 
-#include "records.h"
+#include "fieldvalues.h"
 #include "sql.h"
 
 #include <QRegularExpression>

@@ -21,14 +21,16 @@ QStringList pluginsOf(const nuvMQClassifyMessage &request)
 }
 } // namespace
 
-Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options)
+Context::Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options,
+                 const RequestCounters &counters)
     : request(request)
     , db(std::move(db))
     , options(options)
+    , counters(counters)
     , requestArchive(archiveOf(request))
     , requestPlugins(pluginsOf(request))
 {
-    reply.command = QStringLiteral("OK");
+    reply.command = QLatin1String(nuvprotocol::status::ok);
 }
 
 QString Context::requireDocId(const QString &what) const

@@ -2,8 +2,9 @@
 #ifndef NUVSERVER_CONTEXT_H
 #define NUVSERVER_CONTEXT_H
 
+#include "connectionstate.h"
+#include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
-#include "records.h"
 #include "serverengine.h"
 #include "sql.h"
 
@@ -20,7 +21,7 @@
  */
 namespace nuvserver {
 
-struct Session
+struct LoginSession
 {
     QString token;
     qint64 userId = 0;
@@ -36,17 +37,19 @@ enum class Access { Read, Write };
 class Context
 {
 public:
-    Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options);
+    Context(const nuvMQClassifyMessage &request, QSqlDatabase db, const EngineOptions &options,
+            const RequestCounters &counters);
 
     const nuvMQClassifyMessage &request;
     nuvMQClassifyMessage reply;
     QSqlDatabase db;
     const EngineOptions &options;
+    const RequestCounters &counters; // what the request's statements did so far
     const QString requestArchive; // the request's current archive
     const QStringList requestPlugins; // the request's availablePlugins list
     QString token; // the caller's session token
     QString connection; // the caller's broker connection (see Origin)
-    std::optional<Session> session;
+    std::optional<LoginSession> session;
 
     // Request fields. The `what` texts name the field in error messages.
     QString docId() const { return request.getDocId(); }
@@ -63,7 +66,7 @@ public:
     void setData(const QList<QByteArray> &data) { reply.setData(data); }
 
     // The caller.
-    const Session &user() const { return *session; }
+    const LoginSession &user() const { return *session; }
     QString login() const { return session ? session->login : QString(); }
     // The caller's login, the roles it holds (directly or through other
     // roles) and whether one of them is an administrator role.
@@ -117,6 +120,10 @@ enum CommandFlag : unsigned {
     IdList = 32,
 };
 
+// The words of the command tables and of the notices handlers leave.
+namespace words = nuvprotocol::words;
+namespace notice = nuvprotocol::notice;
+
 struct CommandEntry
 {
     const char *word;
@@ -157,9 +164,6 @@ void requirePrincipal(const QSqlDatabase &db, const QString &name);
 // Rights entries "principal␟rights" (rights: letters r and w, default rw);
 // every principal must be a user or a role.
 QVector<QPair<QString, QString>> parseRights(const QSqlDatabase &db, const QStringList &entries);
-// The session bound to a connection token, if one is logged in (or waits
-// for its password change).
-std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token);
 
 } // namespace nuvserver
 

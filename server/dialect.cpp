@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dialect.h"
 
+#include "connectionstate.h"
 #include "sql.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -23,32 +23,27 @@ namespace nuvserver {
 
 namespace {
 
-// The key of PostgreSQL's advisory lock that stands for SQLite's single
-// writer. Advisory locks belong to one database, so servers of different
-// databases on one PostgreSQL server never wait for each other.
-constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
-
-// One engine connection per thread, so the clock of this thread is the one
-// of the statement its connection runs.
-thread_local QElapsedTimer statementClock;
-
 // SQLite calls this every few thousand virtual-machine steps; non-zero
 // stops the statement with SQLITE_INTERRUPT.
-int statementTooLong(void *limitMs)
+int statementTooLong(void *connection)
 {
-    return statementClock.isValid() && statementClock.elapsed() > qint64(quintptr(limitMs)) ? 1 : 0;
+    const auto *state = static_cast<const ConnectionState *>(connection);
+    return state->statementClock.isValid() && state->statementLimitMs > 0
+            && state->statementClock.elapsed() > state->statementLimitMs
+        ? 1
+        : 0;
 }
 
 // SQLite's own busy handler sleeps ever longer, up to 100 ms at a time, so a
 // request that waits for the write lock goes on waiting long after the
 // lock is free; polling every 2 ms hands the lock on promptly (the wait of
 // the other users is what fairness is about).
-int waitForWriter(void *limitMs, int attempts)
+int waitForWriter(void *connection, int attempts)
 {
-    thread_local QElapsedTimer waited;
+    auto *state = static_cast<ConnectionState *>(connection);
     if (attempts == 0)
-        waited.start();
-    if (waited.elapsed() >= qint64(quintptr(limitMs)))
+        state->busyWait.start();
+    if (state->busyWait.elapsed() >= state->busyLimitMs)
         return 0;
     QThread::usleep(2000);
     return 1;
@@ -87,9 +82,11 @@ QSqlDatabase openSqlite(const DatabaseLocation &location, const QString &connect
     }
     journal.finish();
     execPlain(db, QStringLiteral("PRAGMA synchronous = NORMAL"), nullptr);
-    if (sqlite3 *handle = sqliteHandle(db))
-        sqlite3_busy_handler(handle, waitForWriter,
-                             reinterpret_cast<void *>(quintptr(qMax(0, busyTimeoutMs))));
+    if (sqlite3 *handle = sqliteHandle(db)) {
+        ConnectionState *state = ConnectionState::attach(db);
+        state->busyLimitMs = busyTimeoutMs;
+        sqlite3_busy_handler(handle, waitForWriter, state);
+    }
     return db;
 }
 
@@ -114,6 +111,7 @@ QSqlDatabase openPostgres(const DatabaseLocation &location, const QString &conne
                          .arg(location.describe(), db.lastError().text().trimmed());
         return QSqlDatabase();
     }
+    ConnectionState::attach(db);
     // The busy timeout bounds the wait for the write lock; notices about
     // tables that exist already are not worth a log line.
     if (!execPlain(db, QStringLiteral("SET lock_timeout = %1").arg(busyTimeoutMs), error)
@@ -196,18 +194,15 @@ void limitStatementTime(QSqlDatabase &db, int timeoutMs)
         execPlain(db, QStringLiteral("SET statement_timeout = %1").arg(limit), nullptr);
         return;
     }
-    if (sqlite3 *handle = sqliteHandle(db)) {
-        if (limit == 0)
-            sqlite3_progress_handler(handle, 0, nullptr, nullptr);
-        else
-            sqlite3_progress_handler(handle, 10000, statementTooLong,
-                                     reinterpret_cast<void *>(quintptr(limit)));
-    }
-}
-
-void statementStarting()
-{
-    statementClock.start();
+    sqlite3 *handle = sqliteHandle(db);
+    ConnectionState *state = ConnectionState::of(db);
+    if (!handle || !state)
+        return;
+    state->statementLimitMs = limit;
+    if (limit == 0)
+        sqlite3_progress_handler(handle, 0, nullptr, nullptr);
+    else
+        sqlite3_progress_handler(handle, 10000, statementTooLong, state);
 }
 
 bool isStatementTimeout(const QSqlError &error)
@@ -216,19 +211,6 @@ bool isStatementTimeout(const QSqlError &error)
     return error.nativeErrorCode() == QLatin1String("9")
         || error.nativeErrorCode() == QLatin1String("57014")
         || error.text().contains(QLatin1String("statement timeout"));
-}
-
-bool beginWrite(QSqlDatabase &db)
-{
-    if (!isPostgres(db))
-        return execPlain(db, QStringLiteral("BEGIN IMMEDIATE"), nullptr);
-    if (!execPlain(db, QStringLiteral("BEGIN"), nullptr))
-        return false;
-    if (execPlain(db, QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(writeLockKey),
-                  nullptr))
-        return true;
-    execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
-    return false;
 }
 
 QString withLiterals(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
@@ -292,42 +274,6 @@ QString tableDefinition(const QSqlDatabase &db, const QString &sqliteDefinition)
     sql.replace(blob, QStringLiteral("BYTEA"));
     sql.remove(QStringLiteral(" WITHOUT ROWID"));
     return sql;
-}
-
-int storedSchemaVersion(QSqlDatabase &db)
-{
-    if (!isPostgres(db))
-        return scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
-    // PostgreSQL has no place for it of its own: a one-row table, made when
-    // first asked for under the write lock, since two servers may start at once.
-    if (!exists(db,
-                QStringLiteral("SELECT 1 FROM information_schema.tables"
-                               " WHERE table_schema = current_schema()"
-                               " AND table_name = 'schema_version'"))) {
-        if (!beginWrite(db))
-            fail(QStringLiteral("the database is busy"));
-        try {
-            run(db,
-                QStringLiteral(
-                    "CREATE TABLE IF NOT EXISTS schema_version(version BIGINT NOT NULL)"));
-            if (!exists(db, QStringLiteral("SELECT 1 FROM schema_version")))
-                run(db, QStringLiteral("INSERT INTO schema_version(version) VALUES (0)"));
-        } catch (const Failure &) {
-            execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
-            throw;
-        }
-        if (!execPlain(db, QStringLiteral("COMMIT"), nullptr))
-            fail(QStringLiteral("the database refused to commit the schema version"));
-    }
-    return scalar(db, QStringLiteral("SELECT max(version) FROM schema_version")).toInt();
-}
-
-void storeSchemaVersion(const QSqlDatabase &db, int version)
-{
-    if (isPostgres(db))
-        run(db, QStringLiteral("UPDATE schema_version SET version = ?"), { version });
-    else
-        run(db, QStringLiteral("PRAGMA user_version = %1").arg(version));
 }
 
 QString commaJoined(const QSqlDatabase &db, const QString &column, const QString &fromWhere,

@@ -10,7 +10,7 @@
  * The two databases the engine runs on. SQLite keeps everything in one file
  * next to the server; PostgreSQL lets instances on several machines share one
  * database. The commands use SQL that both understand; what differs (opening
- * a connection, the write lock, table definitions, the schema version,
+ * a connection, table definitions,
  * backups) is decided here.
  */
 namespace nuvserver {
@@ -49,18 +49,10 @@ QSqlDatabase openDatabase(const DatabaseLocation &location, const QString &conne
 // statement running longer is stopped and fails (see isStatementTimeout).
 // PostgreSQL has statement_timeout; SQLite has no time-out of its own, so a
 // progress handler on the driver's handle stops the statement, measured
-// from statementStarting(). Set after the migrations, which may be long.
+// from the start of each statement run() or execPlain() sends. Set after the
+// migrations, which may be long.
 void limitStatementTime(QSqlDatabase &db, int timeoutMs);
-// Starts the clock of the SQLite time-out for the next statement on this
-// thread (run() and execPlain() call it).
-void statementStarting();
 bool isStatementTimeout(const QSqlError &error);
-
-// Starts a transaction that holds the database's single write lock, waiting
-// for another writer up to the busy timeout. Requests run one after another
-// on both databases, so every command sees a consistent state and never
-// has to retry.
-bool beginWrite(QSqlDatabase &db);
 
 // `sql` with each `?` outside quotes replaced by the next of `values` as a
 // literal. For PostgreSQL: Qt's driver would PREPARE, EXECUTE and
@@ -73,10 +65,6 @@ QString withLiterals(const QSqlDatabase &db, const QString &sql, const QVariantL
 // A table or index definition written for SQLite, in the database's own
 // dialect (64-bit integers, generated keys, byte arrays).
 QString tableDefinition(const QSqlDatabase &db, const QString &sqliteDefinition);
-
-// The schema version stored in the database; 0 for an empty database.
-int storedSchemaVersion(QSqlDatabase &db);
-void storeSchemaVersion(const QSqlDatabase &db, int version);
 
 // A scalar subquery joining `column` of the rows of `fromWhere` ("FROM t
 // WHERE ...") with commas, in the order of `orderBy`; NULL without rows.

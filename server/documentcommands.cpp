@@ -61,7 +61,7 @@ void classify(Context &ctx)
 void classifyMany(Context &ctx)
 {
     const QStringList texts = ctx.requireDocId(QStringLiteral("the documents"))
-                                  .split(fieldSeparator, Qt::SkipEmptyParts);
+                                  .split(recordSeparator, Qt::SkipEmptyParts);
     const QVector<FieldValue> values = parseValues(ctx, ctx.list());
     QStringList done;
     for (const qint64 id : documentIds(ctx, texts)) {
@@ -335,18 +335,18 @@ QStringList countConditions(Context &ctx, const QStringList &allowedFlags)
         if (!allowedFlags.contains(flag))
             fail(QStringLiteral("unknown flag word '%1'").arg(echoed(flag)));
     }
-    return entries.value(0).split(fieldSeparator, Qt::SkipEmptyParts);
+    return entries.value(0).split(recordSeparator, Qt::SkipEmptyParts);
 }
 
 // CFDOCGETCOUNT: [query, NODELETED?, IGNOREARCHIVE?] -> docId = count
 void documentCount(Context &ctx)
 {
-    const QStringList conditions
-        = countConditions(ctx, { QStringLiteral("NODELETED"), QStringLiteral("IGNOREARCHIVE") });
+    const QString noDeleted = QLatin1String(nuvprotocol::flag::noDeleted);
+    const QString ignoreArchive = QLatin1String(nuvprotocol::flag::ignoreArchive);
+    const QStringList conditions = countConditions(ctx, { noDeleted, ignoreArchive });
     QVariantList values;
-    const QString filter
-        = documentFilter(ctx, conditions, !ctx.list().contains(QStringLiteral("NODELETED")),
-                         ctx.list().contains(QStringLiteral("IGNOREARCHIVE")), values);
+    const QString filter = documentFilter(ctx, conditions, !ctx.list().contains(noDeleted),
+                                          ctx.list().contains(ignoreArchive), values);
     ctx.setDocId(
         scalar(ctx.db, QStringLiteral("SELECT count(*) FROM documents d WHERE ") + filter, values)
             .toString());
@@ -356,10 +356,11 @@ void documentCount(Context &ctx)
 // classifications (every revision; only the current one without history)
 void classificationCount(Context &ctx)
 {
-    const QStringList conditions = countConditions(ctx, { QStringLiteral("WITHOUTHISTORY") });
+    const QString withoutHistory = QLatin1String(nuvprotocol::flag::withoutHistory);
+    const QStringList conditions = countConditions(ctx, { withoutHistory });
     QVariantList values;
     const QString filter = documentFilter(ctx, conditions, false, false, values);
-    const QString counted = ctx.list().contains(QStringLiteral("WITHOUTHISTORY"))
+    const QString counted = ctx.list().contains(withoutHistory)
         ? QStringLiteral("count(*)")
         : QStringLiteral("coalesce(sum(d.revision), 0)");
     ctx.setDocId(
@@ -390,26 +391,26 @@ void dateRange(Context &ctx)
 QVector<CommandEntry> documentCommands()
 {
     return {
-        { "CFGETNEXTOID", nextObjectId, Writes },
-        { "CFDOCCLASSIFY", classify, Writes },
-        { "CFDOCMULTICLASSIFY", classifyMany, Writes },
-        { "CFDOCNEWCLASSIFY", newClassify, Writes },
-        { "CFDOCNEWCLASSIFYWITHFOLDER", newClassifyWithFolder, Writes },
-        { "CFCLASSIFYFIELDS", classificationFields, NeedsSession },
-        { "CFDOCINFO", documentData, NeedsSession },
-        { "CFDOCSINFO", documentsInfo, NeedsSession },
-        { "CFDOCHIST", history, NeedsSession },
-        { "CFDOCREV", revisions, NeedsSession },
-        { "CFBEMERK", remarks, NeedsSession },
-        { "CFADDLINKEDDOC", addLinks, Writes | IdList },
-        { "CFREMOVELINKEDDOC", removeLinks, Writes | IdList },
-        { "CFREADLINKEDDOC", readLinks, NeedsSession },
-        { "CFDOCSTOTRASH", toTrash, Writes | IdList },
-        { "CFDOCSFROMTRASH", fromTrash, Writes | IdList },
-        { "CFDOCSTOARCHIVE", toArchive, Writes },
-        { "CFDOCGETCOUNT", documentCount, NeedsSession },
-        { "CFCLASSCOUNT", classificationCount, NeedsSession },
-        { "CFMINMAXDATE", dateRange, NeedsSession },
+        { words::getNextOid, nextObjectId, Writes },
+        { words::classify, classify, Writes },
+        { words::multipleClassify, classifyMany, Writes },
+        { words::newClassify, newClassify, Writes },
+        { words::newClassifyWithFolder, newClassifyWithFolder, Writes },
+        { words::getClassificationFields, classificationFields, NeedsSession },
+        { words::getDocumentData, documentData, NeedsSession },
+        { words::getDocuments, documentsInfo, NeedsSession },
+        { words::getDocHistory, history, NeedsSession },
+        { words::getRevisionen, revisions, NeedsSession },
+        { words::getBemerkungen, remarks, NeedsSession },
+        { words::addLinkedDocuments, addLinks, Writes | IdList },
+        { words::removeLinkedDocuments, removeLinks, Writes | IdList },
+        { words::readLinkedDocuments, readLinks, NeedsSession },
+        { words::moveDocumentsToTrash, toTrash, Writes | IdList },
+        { words::removeDocumentsFromTrash, fromTrash, Writes | IdList },
+        { words::moveDocToArchive, toArchive, Writes },
+        { words::getDocumentCount, documentCount, NeedsSession },
+        { words::getClassifyCount, classificationCount, NeedsSession },
+        { words::getMinMaxDate, dateRange, NeedsSession },
     };
 }
 

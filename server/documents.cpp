@@ -136,7 +136,7 @@ QVector<FieldValue> parseValues(Context &ctx, const QStringList &entries)
             fail(QStringLiteral("a value entry names no field"));
         if (builtin(name))
             name = name.toLower();
-        const QString value = fields.mid(1).join(fieldSeparator);
+        const QString value = fields.mid(1).join(recordSeparator);
         checkValue(ctx, name, value);
         values.append({ name, value });
     }

@@ -21,7 +21,7 @@ namespace {
 // CFSERVERVERSION: docId the protocol version, dataList details
 void serverVersion(Context &ctx)
 {
-    ctx.setDocId(ServerEngine::protocolVersion());
+    ctx.setDocId(QLatin1String(nuvprotocol::clientVersion));
     ctx.setList({ QStringLiteral("nuvclassify reference server"),
                   QStringLiteral(NUV_SERVER_VERSION), databaseProduct(ctx.db),
                   QStringLiteral("schema %1").arg(schemaVersion) });
@@ -294,18 +294,18 @@ void webCommand(Context &ctx)
 QVector<CommandEntry> maintenanceCommands()
 {
     return {
-        { "CFSERVERVERSION", serverVersion, Public },
-        { "CFGETINDEXINFOS", indexInfos, NeedsSession },
-        { "CFRECREATEINDEX", recreateIndex, Administrative | Writes },
-        { "CFGETSCANINPUTLIST", scanInputList, NeedsSession },
-        { "CFGETSCANINPUTIMAGE", scanInputImage, NeedsSession },
-        { "CFDOBACKUP", backup, Administrative | OutsideTransaction },
-        { "CFBACKUPUPDATE", backupStatus, Administrative },
-        { "CFFSLIST", listFileSystem, Administrative },
-        { "CFFSCHECK", checkFileSystem, Administrative },
-        { "CFTESTMAIL", testMail, Administrative | OutsideTransaction },
-        { "CFLDAPCOMMAND", ldapCommand, OutsideTransaction },
-        { "CFWEBCOMMAND", webCommand, OutsideTransaction },
+        { words::getServerVersion, serverVersion, Public },
+        { words::getIndexerInfos, indexInfos, NeedsSession },
+        { words::recreateIndex, recreateIndex, Administrative | Writes },
+        { words::getScanInputProcessList, scanInputList, NeedsSession },
+        { words::getScanInputProcessImage, scanInputImage, NeedsSession },
+        { words::doBackup, backup, Administrative | OutsideTransaction },
+        { words::updateBackupConfig, backupStatus, Administrative },
+        { words::loadRemoteFS, listFileSystem, Administrative },
+        { words::checkFS, checkFileSystem, Administrative },
+        { words::testMail, testMail, Administrative | OutsideTransaction },
+        { words::doLdapCommand, ldapCommand, OutsideTransaction },
+        { words::doWebCommand, webCommand, OutsideTransaction },
     };
 }
 

@@ -5,6 +5,7 @@
 #include "schema.h"
 #include "sql.h"
 
+#include <QAtomicInt>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -21,8 +22,9 @@ namespace {
 bool withConnection(const QString &database, const std::function<void(QSqlDatabase &)> &work,
                     QString *error)
 {
-    static int counter = 0;
-    const QString name = QStringLiteral("nuvserver-inspect-%1").arg(++counter);
+    // Unique across threads: engines of several workers may inspect at once.
+    static QAtomicInt counter;
+    const QString name = QStringLiteral("nuvserver-inspect-%1").arg(counter.fetchAndAddRelaxed(1));
     bool ok = false;
     {
         QString problem;

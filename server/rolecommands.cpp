@@ -126,7 +126,7 @@ void saveRoles(Context &ctx)
             { name, field(fields, 1), administrator ? 1 : 0 });
     }
     requireAnAdministrator(ctx.db);
-    ctx.notifyOthers(QStringLiteral("ROLESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::rolesUpdate));
 }
 
 // CFDELETEROLES: [role, ...]
@@ -140,7 +140,7 @@ void deleteRoles(Context &ctx)
         forgetPrincipal(ctx.db, name);
     }
     requireAnAdministrator(ctx.db);
-    ctx.notifyOthers(QStringLiteral("ROLESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::rolesUpdate));
 }
 
 // CFDOCSETUSERROLES: docId user, dataList = all its direct roles
@@ -157,7 +157,7 @@ void setUserRoles(Context &ctx)
                 "INSERT INTO user_roles(user_id, role_id) VALUES (?, ?) ON CONFLICT DO NOTHING"),
             { user, role });
     requireAnAdministrator(ctx.db);
-    ctx.notifyOthers(QStringLiteral("ROLESUPDATE"), user);
+    ctx.notifyOthers(QLatin1String(notice::rolesUpdate), user);
 }
 
 // CFDOCSETROLEUSERS: docId role, dataList = member names. Users and roles
@@ -195,7 +195,7 @@ void setRoleMembers(Context &ctx)
     }
     requireNoRoleCycle(ctx.db);
     requireAnAdministrator(ctx.db);
-    ctx.notifyOthers(QStringLiteral("ROLESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::rolesUpdate));
 }
 
 // CFGETDOCUSERS: docId document -> principal␟rights entries
@@ -258,7 +258,7 @@ void setFolderRoles(Context &ctx)
     for (const QString &principal : ctx.list())
         requirePrincipal(ctx.db, principal);
     writeList(ctx.db, folderRoleList, key, ctx.list());
-    ctx.notifyOthers(QStringLiteral("FOLDERSUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::foldersUpdate));
 }
 
 // CFDOCTEMPUSERS: docId temporary classification, entries principal␟rights;
@@ -295,7 +295,7 @@ void requirePrincipal(const QSqlDatabase &db, const QString &name)
 {
     // Lists of principals are stored as sent: an entry with rights appended
     // would pass a check of its first field and then match nobody.
-    if (name.contains(fieldSeparator))
+    if (name.contains(recordSeparator))
         fail(QStringLiteral("'%1' is neither a user nor a role (it holds a field separator)")
                  .arg(name));
     if (!exists(db,
@@ -330,22 +330,22 @@ QVector<QPair<QString, QString>> parseRights(const QSqlDatabase &db, const QStri
 QVector<CommandEntry> roleCommands()
 {
     return {
-        { "CFROLES", roleNames, NeedsSession },
-        { "CFSENDROLESINFO", roleRecords, NeedsSession },
-        { "CFPARENTROLES", parentRoles, NeedsSession },
-        { "CFGETROLESBYROLE", memberRoles, NeedsSession },
-        { "CFDOCGETROLEUSERS", roleUsers, NeedsSession },
-        { "CFDOCGETUSERROLES", userRoles, NeedsSession },
-        { "CFSENDUSERPRIVATEROLE", privateRole, NeedsSession },
-        { "CFDOCSETROLES", saveRoles, Administrative | Writes },
-        { "CFDELETEROLES", deleteRoles, Administrative | Writes },
-        { "CFDOCSETUSERROLES", setUserRoles, Administrative | Writes },
-        { "CFDOCSETROLEUSERS", setRoleMembers, Administrative | Writes },
-        { "CFGETDOCUSERS", documentRights, NeedsSession },
-        { "CFSETDOCUSERS", setDocumentRights, Writes },
-        { "CFGETFOLDROLE", folderRoles, NeedsSession },
-        { "CFSETFOLDROLE", setFolderRoles, Administrative | Writes },
-        { "CFDOCTEMPUSERS", setTemporaryRights, Writes },
+        { words::getRoles, roleNames, NeedsSession },
+        { words::getRoleList, roleRecords, NeedsSession },
+        { words::getParentRoles, parentRoles, NeedsSession },
+        { words::getRoleRoles, memberRoles, NeedsSession },
+        { words::getRoleUsers, roleUsers, NeedsSession },
+        { words::getUserRoles, userRoles, NeedsSession },
+        { words::getUserRole, privateRole, NeedsSession },
+        { words::setRoles, saveRoles, Administrative | Writes },
+        { words::deleteRoles, deleteRoles, Administrative | Writes },
+        { words::setUserRoles, setUserRoles, Administrative | Writes },
+        { words::setRoleUsers, setRoleMembers, Administrative | Writes },
+        { words::getDocUsersAndRoles, documentRights, NeedsSession },
+        { words::setDocUsersAndRoles, setDocumentRights, Writes },
+        { words::getFolderRoles, folderRoles, NeedsSession },
+        { words::setFolderRoles, setFolderRoles, Administrative | Writes },
+        { words::saveTempDocRollen, setTemporaryRights, Writes },
     };
 }
 

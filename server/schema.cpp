@@ -2,8 +2,9 @@
 #include "schema.h"
 
 #include "dialect.h"
-#include "records.h"
+#include "fieldvalues.h"
 #include "sql.h"
+#include "transaction.h"
 
 #include <QSqlError>
 #include <QSqlQuery>
@@ -151,7 +152,8 @@ void seedVersion1(const QSqlDatabase &db)
 bool migrate(QSqlDatabase &db, int from, QString *error)
 {
     for (int version = from + 1; version <= schemaVersion; ++version) {
-        if (!beginWrite(db)) {
+        WriteTransaction transaction(db);
+        if (!transaction.isActive()) {
             if (error)
                 *error = QStringLiteral("the database is busy; the schema cannot be updated");
             return false;
@@ -170,20 +172,50 @@ bool migrate(QSqlDatabase &db, int from, QString *error)
                 storeSchemaVersion(db, version);
             }
         } catch (const Failure &failure) {
-            execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
             if (error)
                 *error = QStringLiteral("migration to schema %1 failed: %2")
                              .arg(version)
                              .arg(failure.text);
             return false;
         }
-        if (!execPlain(db, QStringLiteral("COMMIT"), error))
+        if (!transaction.commit(error))
             return false;
     }
     return true;
 }
 
 } // namespace
+
+int storedSchemaVersion(QSqlDatabase &db)
+{
+    if (!isPostgres(db))
+        return scalar(db, QStringLiteral("PRAGMA user_version")).toInt();
+    // PostgreSQL has no place for it of its own: a one-row table, made when
+    // first asked for under the write lock, since two servers may start at once.
+    if (!exists(db,
+                QStringLiteral("SELECT 1 FROM information_schema.tables"
+                               " WHERE table_schema = current_schema()"
+                               " AND table_name = 'schema_version'"))) {
+        WriteTransaction transaction(db);
+        if (!transaction.isActive())
+            fail(QStringLiteral("the database is busy"));
+        run(db,
+            QStringLiteral("CREATE TABLE IF NOT EXISTS schema_version(version BIGINT NOT NULL)"));
+        if (!exists(db, QStringLiteral("SELECT 1 FROM schema_version")))
+            run(db, QStringLiteral("INSERT INTO schema_version(version) VALUES (0)"));
+        if (!transaction.commit())
+            fail(QStringLiteral("the database refused to commit the schema version"));
+    }
+    return scalar(db, QStringLiteral("SELECT max(version) FROM schema_version")).toInt();
+}
+
+void storeSchemaVersion(const QSqlDatabase &db, int version)
+{
+    if (isPostgres(db))
+        run(db, QStringLiteral("UPDATE schema_version SET version = ?"), { version });
+    else
+        run(db, QStringLiteral("PRAGMA user_version = %1").arg(version));
+}
 
 bool prepareDatabase(QSqlDatabase &db, QString *error)
 {
@@ -208,7 +240,8 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
     // outside the numbered migrations: which broker requests have had their
     // effect, with the reply they got (see ServerEngine::handle with a key).
     // Made under the write lock: two servers may start at the same time.
-    if (!beginWrite(db)) {
+    WriteTransaction transaction(db);
+    if (!transaction.isActive()) {
         if (error)
             *error = QStringLiteral("the database is busy");
         return false;
@@ -223,12 +256,10 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
         " locked_until INTEGER NOT NULL)",
     };
     for (const char *statement : bookkeeping) {
-        if (!execPlain(db, tableDefinition(db, QString::fromLatin1(statement)), error)) {
-            execPlain(db, QStringLiteral("ROLLBACK"), nullptr);
+        if (!execPlain(db, tableDefinition(db, QString::fromLatin1(statement)), error))
             return false;
-        }
     }
-    return execPlain(db, QStringLiteral("COMMIT"), error);
+    return transaction.commit(error);
 }
 
 QString currentMarker(const QSqlDatabase &db)

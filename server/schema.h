@@ -14,6 +14,10 @@ namespace nuvserver {
 
 constexpr int schemaVersion = 2;
 
+// The schema version stored in the database; 0 for an empty database.
+int storedSchemaVersion(QSqlDatabase &db);
+void storeSchemaVersion(const QSqlDatabase &db, int version);
+
 // Brings the schema of a freshly opened connection up to date.
 bool prepareDatabase(QSqlDatabase &db, QString *error);
 

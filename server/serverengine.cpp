@@ -4,12 +4,15 @@
 
 #include "serverengine.h"
 
+#include "admission.h"
+#include "connectionstate.h"
 #include "context.h"
 #include "dialect.h"
-#include "records.h"
+#include "fieldvalues.h"
 #include "requestlimits.h"
 #include "schema.h"
 #include "sql.h"
+#include "transaction.h"
 
 #include <QAtomicInt>
 #include <QDir>
@@ -52,9 +55,16 @@ void setError(nuvMQClassifyMessage &reply, const QString &text)
     // The parts of a text that echo the request are cut where they are
     // made (echoed()); this bounds whatever a handler still lets through.
     constexpr int longest = 2000;
-    reply.command = QStringLiteral("ERROR");
+    reply.command = QLatin1String(nuvprotocol::status::error);
     reply.hasErrorText = true;
     reply.errorText = text.size() <= longest ? text : text.left(longest) + QStringLiteral("…");
+}
+
+nuvMQClassifyMessage errorReply(const QString &text)
+{
+    nuvMQClassifyMessage reply;
+    setError(reply, text);
+    return reply;
 }
 
 QString describe(const QString &word, const Failure &failure)
@@ -81,84 +91,7 @@ std::optional<Failure> guarded(const std::function<void()> &work)
     }
 }
 
-// How often a session's last-seen time is written: often enough to keep the
-// time-out's precision, rarely enough that a busy session does not cost every
-// request a row update.
-int lastSeenRefreshSeconds(int timeoutMinutes)
-{
-    return qMin(60, timeoutMinutes * 60 / 4);
-}
-
-QDateTime utcTime(const QString &text)
-{
-    const QDateTime local = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
-    return local.isValid() ? QDateTime(local.date(), local.time(), Qt::UTC) : QDateTime();
-}
-
-// Loads the caller's session and applies the session rules of `entry`.
-void admitCaller(Context &ctx, const CommandEntry &entry, int timeoutMinutes)
-{
-    ctx.session = loadSession(ctx.db, ctx.token);
-    // A token is worth something only on the connection that logged it in:
-    // a token seen elsewhere has been copied.
-    const bool foreign = ctx.session && ctx.session->connection != ctx.connection;
-    if (foreign)
-        ctx.session.reset();
-    if (ctx.session && timeoutMinutes > 0) {
-        const QDateTime lastSeen = utcTime(ctx.session->lastSeen);
-        const QDateTime now = QDateTime::currentDateTimeUtc();
-        if (lastSeen.isValid() && lastSeen.addSecs(timeoutMinutes * 60) < now) {
-            run(ctx.db, QStringLiteral("DELETE FROM sessions WHERE token = ?"), { ctx.token });
-            ctx.session.reset();
-            if (!(entry.flags & Public))
-                throw Failure { QStringLiteral("the session has expired; log in again"), true };
-        } else if (!lastSeen.isValid()
-                   || lastSeen.addSecs(lastSeenRefreshSeconds(timeoutMinutes)) <= now) {
-            // Not on every request: see lastSeenRefreshSeconds().
-            run(ctx.db, QStringLiteral("UPDATE sessions SET last_seen = ? WHERE token = ?"),
-                { nowText(), ctx.token });
-        }
-    }
-    if (entry.flags & Public)
-        return;
-    if (foreign)
-        fail(QStringLiteral("not logged in: the session belongs to another connection; log in "
-                            "with CFLOGIN on this one"));
-    if (!ctx.session)
-        fail(QStringLiteral("not logged in; log in with CFLOGIN first"));
-    if (ctx.session->state != QLatin1String("active") && !(entry.flags & ExpiredSessionAllowed))
-        fail(QStringLiteral("the password of %1 has expired; change it with "
-                            "CFDOCCHANGEEXPIREDPASS first")
-                 .arg(ctx.session->login));
-    if (entry.flags & Administrative)
-        ctx.requireAdmin();
-}
-
 } // namespace
-
-std::optional<Session> loadSession(const QSqlDatabase &db, const QString &token)
-{
-    if (token.isEmpty())
-        return std::nullopt;
-    QSqlQuery query = run(db,
-                          QStringLiteral("SELECT s.user_id, u.login, s.state,"
-                                         " coalesce(s.archive_id, 0), s.last_seen, s.connection"
-                                         " FROM sessions s"
-                                         " JOIN users u ON u.id = s.user_id"
-                                         " WHERE s.token = ? AND u.active = 1"),
-                          { token });
-    if (!query.next())
-        return std::nullopt;
-    Session session;
-    session.token = token;
-    session.userId = query.value(0).toLongLong();
-    session.login = query.value(1).toString();
-    session.state = query.value(2).toString();
-    session.archiveId = query.value(3).toLongLong();
-    session.lastSeen = query.value(4).toString();
-    session.connection = query.value(5).toString();
-    return session;
-}
 
 ServerEngine::ServerEngine(EngineOptions options)
     : engineOptions(std::move(options))
@@ -174,11 +107,6 @@ ServerEngine::~ServerEngine()
     closeConnection();
 }
 
-QString ServerEngine::protocolVersion()
-{
-    return QStringLiteral("18.09-5");
-}
-
 QStringList ServerEngine::commandWords()
 {
     QStringList words = commandTable().keys();
@@ -190,7 +118,7 @@ void ServerEngine::closeConnection()
 {
     if (!db.isValid())
         return;
-    forgetPreparedStatements();
+    forgetPreparedStatements(db);
     db.close();
     db = QSqlDatabase();
     QSqlDatabase::removeDatabase(connectionName);
@@ -213,6 +141,8 @@ bool ServerEngine::ensureConnection(QString *error)
         return false;
     }
     connectionThread = QThread::currentThread();
+    if (ConnectionState *state = ConnectionState::of(db))
+        state->counters = &counters;
     if (!prepareDatabase(db, error)) {
         closeConnection();
         return false;
@@ -221,16 +151,17 @@ bool ServerEngine::ensureConnection(QString *error)
     return true;
 }
 
-bool ServerEngine::beginRequest()
+bool ServerEngine::beginRequest(std::optional<WriteTransaction> &transaction)
 {
-    if (beginWrite(db))
+    if (transaction.emplace(db).isActive())
         return true;
+    transaction.reset();
     // A database server that restarted leaves the connection broken: one
     // fresh connection, then the request fails as busy.
     if (!isPostgres(db))
         return false;
     closeConnection();
-    return ensureConnection(nullptr) && beginWrite(db);
+    return ensureConnection(nullptr) && transaction.emplace(db).isActive();
 }
 
 bool ServerEngine::open(QString *error)
@@ -241,15 +172,15 @@ bool ServerEngine::open(QString *error)
     if (!engineOptions.initialAdminUser.isEmpty() && !engineOptions.initialAdminPassword.isEmpty()
         && !exists(db, QStringLiteral("SELECT 1 FROM users"))) {
         // Quietly skipped when another engine created a user meanwhile.
-        if (beginWrite(db)) {
+        WriteTransaction transaction(db);
+        if (transaction.isActive()) {
             try {
                 if (!exists(db, QStringLiteral("SELECT 1 FROM users")))
                     createFirstAdministrator(db, engineOptions, engineOptions.initialAdminUser,
                                              engineOptions.initialAdminPassword,
                                              engineOptions.initialAdminUser);
-                execPlain(db, QStringLiteral("COMMIT"));
+                transaction.commit();
             } catch (const Failure &failure) {
-                execPlain(db, QStringLiteral("ROLLBACK"));
                 if (error)
                     *error
                         = QStringLiteral("cannot create the first administrator: ") + failure.text;
@@ -270,7 +201,8 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
     ServerEngine engine(plainOptions);
     if (!engine.open(error))
         return false;
-    if (!beginWrite(engine.db)) {
+    WriteTransaction transaction(engine.db);
+    if (!transaction.isActive()) {
         if (error)
             *error = QStringLiteral("the database is busy");
         return false;
@@ -279,13 +211,11 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
         createFirstAdministrator(engine.db, plainOptions, adminUser, adminPassword, fullName);
         bumpChangeCounter(engine.db);
     } catch (const Failure &failure) {
-        execPlain(engine.db, QStringLiteral("ROLLBACK"));
         if (error)
             *error = failure.text;
         return false;
     }
-    if (!execPlain(engine.db, QStringLiteral("COMMIT"))) {
-        execPlain(engine.db, QStringLiteral("ROLLBACK"));
+    if (!transaction.commit()) {
         if (error)
             *error = QStringLiteral("the database refused to commit");
         return false;
@@ -353,147 +283,188 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request,
     return handle(request, Origin { sessionToken, QString() }, requestKey, replayed);
 }
 
+// What one request carries from one step of handle() to the next.
+struct ServerEngine::Pass
+{
+    Pass(const nuvMQClassifyMessage &request, const QSqlDatabase &db, const EngineOptions &options,
+         const RequestCounters &counters, const CommandEntry &entry, const QString &requestKey)
+        : ctx(request, db, options, counters)
+        , entry(entry)
+        , requestKey(requestKey)
+    { }
+
+    bool keepsChanges() const { return !failure || failure->keepChanges; }
+    // Work outside the transaction (backups, mail) runs after the commit.
+    bool hasLateWork() const { return !failure && (entry.flags & OutsideTransaction); }
+
+    // The marker goes to every logged-in caller, with errors too (the client
+    // keeps whatever marker a reply carries). The comparison is with the
+    // state before this request, so a caller's own write asks for no reload.
+    void addMarker()
+    {
+        if (ctx.session && ctx.session->state == QLatin1String("active")
+            && !markerAfter.isEmpty()) {
+            ctx.reply.setUpdateString(markerAfter);
+            const QString sent = ctx.request.getUpdateString();
+            ctx.reply.setUpdateRequested(!sent.isEmpty() && sent != markerBefore);
+        }
+    }
+
+    Context ctx;
+    const CommandEntry &entry;
+    const QString &requestKey;
+    QString markerBefore;
+    QString markerAfter;
+    // Whether the command itself changed rows (the session's last-seen time
+    // does not count): a keyed request that changed none is not recorded,
+    // since running it again has no effect to repeat, and reads can be
+    // large. Until the command has run to its end, assume it did.
+    bool changedRows = true;
+    std::optional<Failure> failure;
+};
+
 nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, const Origin &origin,
                                           const QString &requestKey, bool *replayed)
 {
     if (replayed)
         *replayed = false;
     callerLogin.clear();
-    const QString word = request.command;
-    QString error;
-    if (!opened || !ensureConnection(&error)) {
-        nuvMQClassifyMessage reply;
-        setError(reply,
-                 QStringLiteral("%1: the server's database is not available: %2")
-                     .arg(word, opened ? error : QStringLiteral("not opened")));
-        return reply;
-    }
-    // Before any work, and before the database: what is refused here costs
-    // the other callers nothing.
-    if (const std::optional<Failure> refused
-        = guarded([&] { checkRequest(request, engineOptions); })) {
-        nuvMQClassifyMessage reply;
-        setError(reply, describe(word, *refused));
-        return reply;
-    }
-    const auto found = commandTable().constFind(word);
-    if (word.isEmpty() || found == commandTable().constEnd()) {
-        nuvMQClassifyMessage reply;
-        setError(reply,
-                 word.isEmpty() ? QStringLiteral("the request names no command")
-                                : QStringLiteral("unknown command '%1'").arg(echoed(word)));
-        return reply;
-    }
-    const CommandEntry &entry = found.value();
-    if (!beginRequest()) {
-        nuvMQClassifyMessage reply;
-        setError(reply, word + QStringLiteral(": the database is busy; try again"));
-        return reply;
-    }
+    counters = RequestCounters();
+    const CommandEntry *entry = nullptr;
+    if (std::optional<nuvMQClassifyMessage> refused = screen(request, &entry))
+        return *refused;
+    std::optional<WriteTransaction> transaction;
+    if (!beginRequest(transaction))
+        return errorReply(request.command + QStringLiteral(": the database is busy; try again"));
     // After beginRequest(): it may have replaced the connection.
-    Context ctx(request, db, engineOptions);
-    ctx.token = origin.token;
-    ctx.connection = origin.connection;
+    Pass pass(request, db, engineOptions, counters, *entry, requestKey);
+    pass.ctx.token = origin.token;
+    pass.ctx.connection = origin.connection;
 
-    if (!requestKey.isEmpty()) {
-        // Seen before: its effect is in the database already, and so is the
-        // reply its first delivery got.
-        std::optional<nuvMQClassifyMessage> stored;
-        guarded([&] {
-            QSqlQuery query = run(
-                db, QStringLiteral("SELECT reply FROM processed_requests WHERE request_key = ?"),
-                { requestKey });
-            if (query.next()) {
-                nuvMQClassifyMessage earlier;
-                earlier.fromWireBytes(query.value(0).toByteArray());
-                stored = earlier;
-                if (const std::optional<Session> session = loadSession(db, origin.token))
-                    callerLogin = session->login;
-            }
-        });
-        if (stored) {
-            execPlain(db, QStringLiteral("COMMIT"));
-            if (replayed)
-                *replayed = true;
-            return *stored;
-        }
+    if (std::optional<nuvMQClassifyMessage> earlier = replay(pass)) {
+        transaction->commit();
+        if (replayed)
+            *replayed = true;
+        return *earlier;
     }
+    pass.failure = guarded([&] { admit(pass); });
+    if (!pass.failure)
+        pass.failure = guarded([&] { runCommand(pass); });
+    if (pass.failure) {
+        pass.markerAfter = pass.markerBefore;
+        pass.ctx.reply = nuvMQClassifyMessage();
+        setError(pass.ctx.reply, describe(request.command, *pass.failure));
+    }
+    if (!record(pass) || !commit(pass, *transaction))
+        return errorReply(request.command
+                          + QStringLiteral(": the database refused to commit the change"));
+    runLateWork(pass);
+    return pass.ctx.reply;
+}
 
-    QString markerBefore;
-    QString markerAfter;
-    // Rows the command itself changed (the session's last-seen time does
-    // not count): a keyed request that changed none is not recorded, since
-    // running it again has no effect to repeat, and reads can be large.
-    qint64 changesBefore = 0;
-    qint64 changesAfter = -1;
-    const std::optional<Failure> failure = guarded([&] {
-        markerBefore = currentMarker(db);
-        admitCaller(ctx, entry, engineOptions.sessionTimeoutMinutes);
-        callerLogin = ctx.login();
-        if ((entry.flags & Writes) && !(entry.flags & IdList))
-            checkRecordCount(request, engineOptions);
-        if (!requestKey.isEmpty())
-            changesBefore = changedRowCount();
-        if (!(entry.flags & OutsideTransaction)) {
-            entry.handler(ctx);
-            checkReply(ctx.reply, engineOptions);
-            if (entry.flags & Writes)
-                bumpChangeCounter(db);
-        }
-        if (ctx.session)
-            callerLogin = ctx.login();
-        if (!requestKey.isEmpty())
-            changesAfter = changedRowCount();
-        markerAfter = currentMarker(db);
+std::optional<nuvMQClassifyMessage> ServerEngine::screen(const nuvMQClassifyMessage &request,
+                                                         const CommandEntry **entry)
+{
+    const QString &word = request.command;
+    QString error;
+    if (!opened || !ensureConnection(&error))
+        return errorReply(QStringLiteral("%1: the server's database is not available: %2")
+                              .arg(word, opened ? error : QStringLiteral("not opened")));
+    if (const std::optional<Failure> refused
+        = guarded([&] { checkRequest(request, engineOptions); }))
+        return errorReply(describe(word, *refused));
+    const auto found = commandTable().constFind(word);
+    if (word.isEmpty() || found == commandTable().constEnd())
+        return errorReply(word.isEmpty()
+                              ? QStringLiteral("the request names no command")
+                              : QStringLiteral("unknown command '%1'").arg(echoed(word)));
+    *entry = &found.value();
+    return std::nullopt;
+}
+
+std::optional<nuvMQClassifyMessage> ServerEngine::replay(Pass &pass)
+{
+    std::optional<nuvMQClassifyMessage> stored;
+    if (pass.requestKey.isEmpty())
+        return stored;
+    guarded([&] {
+        QSqlQuery query
+            = run(db, QStringLiteral("SELECT reply FROM processed_requests WHERE request_key = ?"),
+                  { pass.requestKey });
+        if (!query.next())
+            return;
+        nuvMQClassifyMessage earlier;
+        earlier.fromWireBytes(query.value(0).toByteArray());
+        stored = earlier;
+        if (const std::optional<LoginSession> session = loadSession(db, pass.ctx.token))
+            callerLogin = session->login;
     });
-    if (failure) {
-        markerAfter = markerBefore;
-        ctx.reply = nuvMQClassifyMessage();
-        setError(ctx.reply, describe(word, *failure));
+    return stored;
+}
+
+void ServerEngine::admit(Pass &pass)
+{
+    pass.markerBefore = currentMarker(db);
+    admitCaller(pass.ctx, pass.entry, engineOptions.sessionTimeoutMinutes);
+    callerLogin = pass.ctx.login();
+    if ((pass.entry.flags & Writes) && !(pass.entry.flags & IdList))
+        checkRecordCount(pass.ctx.request, engineOptions);
+}
+
+void ServerEngine::runCommand(Pass &pass)
+{
+    Context &ctx = pass.ctx;
+    const qint64 rowsBefore = ctx.counters.changedRows;
+    if (!(pass.entry.flags & OutsideTransaction)) {
+        pass.entry.handler(ctx);
+        checkReply(ctx.reply, engineOptions);
+        if (pass.entry.flags & Writes)
+            bumpChangeCounter(db);
     }
-    const bool keep = !failure || failure->keepChanges;
-    const bool lateWork = !failure && (entry.flags & OutsideTransaction);
-    // The marker goes to every logged-in caller, with errors too (the client
-    // keeps whatever marker a reply carries). The comparison is with the
-    // state before this request, so a caller's own write asks for no reload.
-    const auto addMarker = [&] {
-        if (ctx.session && ctx.session->state == QLatin1String("active")
-            && !markerAfter.isEmpty()) {
-            ctx.reply.setUpdateString(markerAfter);
-            const QString sent = request.getUpdateString();
-            ctx.reply.setUpdateRequested(!sent.isEmpty() && sent != markerBefore);
-        }
-    };
-    // A keyed request records its reply with its effect, in one commit.
-    // Work outside the transaction (backups, mail) has no reply yet; its
-    // record follows in a transaction of its own.
-    const bool changedRows = changesAfter != changesBefore;
-    bool recorded = requestKey.isEmpty() || !keep || lateWork || !changedRows;
-    if (!recorded) {
-        addMarker();
-        recorded = !guarded([&] { recordReply(requestKey, ctx.reply); });
-    }
-    if (!recorded || !execPlain(db, keep ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"))) {
-        execPlain(db, QStringLiteral("ROLLBACK"));
-        ctx.reply = nuvMQClassifyMessage();
-        setError(ctx.reply, word + QStringLiteral(": the database refused to commit the change"));
-        return ctx.reply;
-    }
-    if (lateWork) {
+    // A login has made the session only now.
+    if (ctx.session)
+        callerLogin = ctx.login();
+    pass.changedRows = ctx.counters.changedRows != rowsBefore;
+    pass.markerAfter = currentMarker(db);
+}
+
+bool ServerEngine::record(Pass &pass)
+{
+    // A keyed request records its reply with its effect, in one commit; one
+    // with work still to do records it after that work (runLateWork()).
+    if (pass.requestKey.isEmpty() || !pass.keepsChanges() || pass.hasLateWork()
+        || !pass.changedRows)
+        return true;
+    pass.addMarker();
+    return !guarded([&] { recordReply(pass.requestKey, pass.ctx.reply); });
+}
+
+bool ServerEngine::commit(Pass &pass, WriteTransaction &transaction)
+{
+    if (pass.keepsChanges())
+        return transaction.commit();
+    transaction.rollback();
+    return true;
+}
+
+void ServerEngine::runLateWork(Pass &pass)
+{
+    Context &ctx = pass.ctx;
+    if (pass.hasLateWork()) {
         if (const std::optional<Failure> late = guarded([&] {
-                entry.handler(ctx);
+                pass.entry.handler(ctx);
                 checkReply(ctx.reply, engineOptions);
             })) {
             ctx.reply = nuvMQClassifyMessage();
-            setError(ctx.reply, describe(word, *late));
+            setError(ctx.reply, describe(ctx.request.command, *late));
         }
     }
-    addMarker();
-    if (lateWork && !requestKey.isEmpty() && beginWrite(db)) {
-        const bool stored = !guarded([&] { recordReply(requestKey, ctx.reply); });
-        execPlain(db, stored ? QStringLiteral("COMMIT") : QStringLiteral("ROLLBACK"));
+    pass.addMarker();
+    if (pass.hasLateWork() && !pass.requestKey.isEmpty()) {
+        WriteTransaction transaction(db);
+        if (transaction.isActive() && !guarded([&] { recordReply(pass.requestKey, ctx.reply); }))
+            transaction.commit();
     }
-    return ctx.reply;
 }
 
 void ServerEngine::recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply)

@@ -2,6 +2,7 @@
 #ifndef NUVSERVER_SERVERENGINE_H
 #define NUVSERVER_SERVERENGINE_H
 
+#include "connectionstate.h"
 #include "nuvmqclassifymessage.h"
 
 #include <QSqlDatabase>
@@ -9,6 +10,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 
 class QThread;
 
@@ -74,6 +76,8 @@ struct Origin
 };
 
 class Context;
+struct CommandEntry;
+class WriteTransaction;
 
 /*
  * One engine owns one database connection. It may be used from one thread at
@@ -133,12 +137,21 @@ public:
                                    QString *error);
     // Every command word the engine handles, sorted.
     static QStringList commandWords();
-    // The client version that "CFLOGIN" reports.
-    static QString protocolVersion();
 
 private:
+    // The steps of handle(), in their order.
+    struct Pass;
+    std::optional<nuvMQClassifyMessage> screen(const nuvMQClassifyMessage &request,
+                                               const CommandEntry **entry);
+    bool beginRequest(std::optional<WriteTransaction> &transaction);
+    std::optional<nuvMQClassifyMessage> replay(Pass &pass);
+    void admit(Pass &pass);
+    void runCommand(Pass &pass);
+    bool record(Pass &pass);
+    bool commit(Pass &pass, WriteTransaction &transaction);
+    void runLateWork(Pass &pass);
+
     bool ensureConnection(QString *error);
-    bool beginRequest();
     void closeConnection();
     void recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply);
     // Removes the sessions matching `condition`, an SQL condition with one
@@ -151,6 +164,9 @@ private:
     QThread *connectionThread = nullptr;
     bool opened = false;
     QString callerLogin;
+    // What the statements of the request in hand did; the connection's
+    // statements count themselves here (connectionstate.h).
+    RequestCounters counters;
 };
 
 } // namespace nuvserver

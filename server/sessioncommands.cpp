@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Login and sessions, passwords, user administration, update polling.
 
+#include "admission.h"
 #include "context.h"
 #include "loginthrottle.h"
 #include "passwordhash.h"
@@ -118,12 +119,13 @@ void login(Context &ctx)
     run(ctx.db, QStringLiteral("DELETE FROM session_requests WHERE token = ?"), { ctx.token });
     ctx.session = loadSession(ctx.db, ctx.token);
     if (user->expired)
-        throw Failure { QStringLiteral("Password expired: the password of %1 must be changed "
-                                       "before logging in (CFLOGIN)")
-                            .arg(user->login),
+        throw Failure { QLatin1String(nuvprotocol::expiredPassword)
+                            + QStringLiteral(": the password of %1 must be changed before "
+                                             "logging in (CFLOGIN)")
+                                  .arg(user->login),
                         true, true };
 
-    ctx.reply.setData({ ServerEngine::protocolVersion().toUtf8() });
+    ctx.reply.setData({ QByteArray(nuvprotocol::clientVersion) });
     ctx.setList(effectiveRoles(ctx.db, user->id));
     ctx.setDocId(user->fullName);
     ctx.reply.setAvailablePlugins(announcedPlugins(ctx.options));
@@ -346,19 +348,19 @@ void createFirstAdministrator(const QSqlDatabase &db, const EngineOptions &optio
 QVector<CommandEntry> sessionCommands()
 {
     return {
-        { "CFLOGIN", login, Public },
-        { "CFCLOSESESSION", closeSession, ExpiredSessionAllowed },
-        { "CFDOCCHANGEEXPIREDPASS", changeExpiredPassword, ExpiredSessionAllowed | Writes },
-        { "CFDOCCHANGEUSERPASS", changeOwnPassword, Writes },
-        { "CFDOCCHANGEUSERPASSADMIN", setPasswordAsAdministrator, Administrative | Writes },
-        { "CFDOCGETUSERS", getUsers, Administrative },
-        { "CFDOCSETUSERS", createUsers, Administrative | Writes },
-        { "CFDOCUPDATEUSERS", updateUsers, Administrative | Writes },
-        { "CFDOCDELETEUSERS", deleteUsers, Administrative | Writes },
-        { "CFCHATUSERS", chatUsers, NeedsSession },
-        { "CFUPDATES", pendingRequests, NeedsSession },
-        { "CFLASTUPDATE", lastUpdate, NeedsSession },
-        { "CFSETLASTMODIFIED", setLastModified, Writes },
+        { words::login, login, Public },
+        { words::closeSession, closeSession, ExpiredSessionAllowed },
+        { words::changeExpiredPass, changeExpiredPassword, ExpiredSessionAllowed | Writes },
+        { words::changeUserPass, changeOwnPassword, Writes },
+        { words::changeUserPassAdmin, setPasswordAsAdministrator, Administrative | Writes },
+        { words::getUsers, getUsers, Administrative },
+        { words::setUsers, createUsers, Administrative | Writes },
+        { words::updateUsers, updateUsers, Administrative | Writes },
+        { words::delUsers, deleteUsers, Administrative | Writes },
+        { words::getChatUsers, chatUsers, NeedsSession },
+        { words::checkUpdate, pendingRequests, NeedsSession },
+        { words::updateLastModified, lastUpdate, NeedsSession },
+        { words::setLastModified, setLastModified, Writes },
     };
 }
 

@@ -1,18 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sql.h"
 
+#include "connectionstate.h"
 #include "dialect.h"
 
-#include <QHash>
 #include <QSqlError>
 
 namespace nuvserver {
 
 namespace {
-// One engine connection per thread, so a count per thread is the count of
-// the request in hand.
-thread_local qint64 rowsChanged = 0;
-
 bool changesData(const QString &sql)
 {
     const QStringRef verb = sql.leftRef(sql.indexOf(QLatin1Char(' ')));
@@ -21,19 +17,12 @@ bool changesData(const QString &sql)
         || verb.compare(QLatin1String("DELETE"), Qt::CaseInsensitive) == 0;
 }
 
-// Prepared statements of this thread's SQLite connection, by their text.
-// Parsing and planning were most of the time a command spent per document
+// Prepared statements of an SQLite connection are kept by their text:
+// parsing and planning were most of the time a command spent per document
 // it worked on. A statement is kept only where nobody can still be reading
 // its rows when the same text runs again: an INSERT, UPDATE or DELETE
 // without RETURNING yields none, and scalar(), exists() and column() read
 // theirs at once and then reset the statement.
-struct PreparedStatements
-{
-    QString connection;
-    QHash<QString, QSqlQuery> statements;
-};
-thread_local PreparedStatements preparedStatements;
-
 bool reusable(const QString &sql)
 {
     return changesData(sql) && !sql.contains(QLatin1String("RETURNING"));
@@ -42,31 +31,39 @@ bool reusable(const QString &sql)
 // The prepared statement of `sql` on `db`, prepared now when it is new.
 QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
 {
-    if (preparedStatements.connection != db.connectionName()) {
-        preparedStatements.statements.clear();
-        preparedStatements.connection = db.connectionName();
+    ConnectionState *state = ConnectionState::of(db);
+    if (state) {
+        const auto found = state->preparedStatements.constFind(sql);
+        if (found != state->preparedStatements.constEnd())
+            return found.value();
     }
-    const auto found = preparedStatements.statements.constFind(sql);
-    if (found != preparedStatements.statements.constEnd())
-        return found.value();
     QSqlQuery query(db);
     query.setForwardOnly(true);
     if (!query.prepare(sql))
         fail(QStringLiteral("database error: ") + query.lastError().text());
-    preparedStatements.statements.insert(sql, query);
+    if (state)
+        state->preparedStatements.insert(sql, query);
     return query;
+}
+
+// Starts the statement's clock and counts it; the state, if any, for the
+// caller to count what the statement changed.
+RequestCounters *statementStarting(const QSqlDatabase &db)
+{
+    ConnectionState *state = ConnectionState::of(db);
+    if (!state)
+        return nullptr;
+    state->statementClock.start();
+    if (state->counters)
+        ++state->counters->roundTrips;
+    return state->counters;
 }
 } // namespace
 
-void forgetPreparedStatements()
+void forgetPreparedStatements(const QSqlDatabase &db)
 {
-    preparedStatements.statements.clear();
-    preparedStatements.connection.clear();
-}
-
-qint64 changedRowCount()
-{
-    return rowsChanged;
+    if (ConnectionState *state = ConnectionState::of(db))
+        state->preparedStatements.clear();
 }
 
 void fail(const QString &text)
@@ -77,7 +74,7 @@ void fail(const QString &text)
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
     QSqlQuery query(db);
-    statementStarting();
+    statementStarting(db);
     if (query.exec(sql))
         return true;
     if (error)
@@ -97,7 +94,7 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
     // run statements while reading others, so it gets whole results.
     query.setForwardOnly(!isPostgres(db));
     bool done = false;
-    statementStarting();
+    RequestCounters *counters = statementStarting(db);
     if (isPostgres(db)) {
         done = query.exec(withLiterals(db, sql, values));
     } else if (values.isEmpty()) {
@@ -127,10 +124,10 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
             fail(QStringLiteral("the change would duplicate a unique name"));
         fail(QStringLiteral("database error: ") + text);
     }
-    if (changesData(sql)) {
+    if (counters && changesData(sql)) {
         // A statement with RETURNING reads like a query; it counts as a
         // change, which at worst records a reply that was not needed.
-        rowsChanged += query.isSelect() ? 1 : qMax(0, query.numRowsAffected());
+        counters->changedRows += query.isSelect() ? 1 : qMax(0, query.numRowsAffected());
     }
     return query;
 }

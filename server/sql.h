@@ -34,12 +34,10 @@ bool execPlain(QSqlDatabase &db, const QString &sql, QString *error = nullptr);
 
 // Prepares `sql`, binds `values` in order and executes it.
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
-// Drops the statements run() keeps prepared for this thread's connection;
-// before that connection closes.
-void forgetPreparedStatements();
-// Rows inserted, updated or deleted through run() on this thread so far:
-// the difference over a request tells whether it changed anything.
-qint64 changedRowCount();
+// Drops the statements run() keeps prepared for `db`; before it closes.
+// Every statement on a connection of openDatabase() is counted in its
+// RequestCounters (connectionstate.h).
+void forgetPreparedStatements(const QSqlDatabase &db);
 // The first column of the first row, or an invalid QVariant without a row.
 QVariant scalar(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
 // Whether the statement yields at least one row.

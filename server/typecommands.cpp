@@ -78,7 +78,7 @@ void saveTypes(Context &ctx, const TypeTable &types)
                 .arg(QLatin1String(types.table)),
             { names.at(i), records.at(i), payload.isEmpty() ? QVariant() : QVariant(payload), i });
     }
-    ctx.notifyOthers(QStringLiteral("TYPESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::typesUpdate));
 }
 
 void documentTypeList(Context &ctx)
@@ -156,7 +156,7 @@ void addAttribute(Context &ctx)
                                        " VALUES (?, ?, ?) RETURNING number"),
                         { name, ctx.item(1), mandatory ? 1 : 0 })
                      .toString());
-    ctx.notifyOthers(QStringLiteral("TYPESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::typesUpdate));
 }
 
 // CFMODDYNATT: records number␟name␟label␟mandatory
@@ -176,7 +176,7 @@ void modifyAttributes(Context &ctx)
               toFlag(field(fields, 3), QStringLiteral("the mandatory flag of ") + name) ? 1 : 0,
               number });
     }
-    ctx.notifyOthers(QStringLiteral("TYPESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::typesUpdate));
 }
 
 // CFDELDYNATT: [number]; refused while documents hold values of it
@@ -187,7 +187,7 @@ void deleteAttribute(Context &ctx)
     if (exists(ctx.db, QStringLiteral("SELECT 1 FROM doc_values WHERE attribute = ?"), { number }))
         fail(QStringLiteral("documents still hold values of attribute %1").arg(number));
     run(ctx.db, QStringLiteral("DELETE FROM attributes WHERE number = ?"), { number });
-    ctx.notifyOthers(QStringLiteral("TYPESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::typesUpdate));
 }
 
 const KeyedList valueListOf { "attribute_values", "attribute", "value", "position" };
@@ -210,7 +210,7 @@ void saveValueList(Context &ctx)
     if (values.removeDuplicates() > 0)
         fail(QStringLiteral("the value list holds a value twice"));
     writeList(ctx.db, valueListOf, number, values);
-    ctx.notifyOthers(QStringLiteral("TYPESUPDATE"));
+    ctx.notifyOthers(QLatin1String(notice::typesUpdate));
 }
 
 } // namespace
@@ -218,16 +218,16 @@ void saveValueList(Context &ctx)
 QVector<CommandEntry> typeCommands()
 {
     return {
-        { "CFGETDOCTYPES", documentTypeList, NeedsSession },
-        { "CFSTATTYPES", statusTypeList, NeedsSession },
-        { "CFSAVEDOCTYPES", saveDocumentTypes, Administrative | Writes },
-        { "CFSAVESTATI", saveStatusTypes, Administrative | Writes },
-        { "CFLSTDYNATT", attributes, NeedsSession },
-        { "CFADDDYNATT", addAttribute, Administrative | Writes },
-        { "CFMODDYNATT", modifyAttributes, Administrative | Writes },
-        { "CFDELDYNATT", deleteAttribute, Administrative | Writes },
-        { "CFLSTWERTE", valueList, NeedsSession },
-        { "CFMODWERTE", saveValueList, Administrative | Writes },
+        { words::getDocTypes, documentTypeList, NeedsSession },
+        { words::getStatusTypes, statusTypeList, NeedsSession },
+        { words::saveDocTypes, saveDocumentTypes, Administrative | Writes },
+        { words::saveStatusTypes, saveStatusTypes, Administrative | Writes },
+        { words::listDynAttributes, attributes, NeedsSession },
+        { words::addDynAttribute, addAttribute, Administrative | Writes },
+        { words::modifyDynattribute, modifyAttributes, Administrative | Writes },
+        { words::deleteDynAttribute, deleteAttribute, Administrative | Writes },
+        { words::getWerteListe, valueList, NeedsSession },
+        { words::modifyWerteListe, saveValueList, Administrative | Writes },
     };
 }
 

@@ -85,9 +85,9 @@ void deleteUserData(Context &ctx)
 QVector<CommandEntry> userDataCommands()
 {
     return {
-        { "CFSAVEUSERDATA", saveUserData, Writes },
-        { "CFLOADUSERDATA", loadUserData, NeedsSession },
-        { "CFDELUSERDATA", deleteUserData, Writes },
+        { words::saveUserData, saveUserData, Writes },
+        { words::loadUserData, loadUserData, NeedsSession },
+        { words::deleteUserData, deleteUserData, Writes },
     };
 }
 

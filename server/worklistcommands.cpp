@@ -247,13 +247,13 @@ void saveDeadlines(Context &ctx)
 QVector<CommandEntry> temporaryCommands()
 {
     return {
-        { "CFDOCCLASSIFYTEMP", storeTemporary, Writes },
-        { "CFDOCCLASSIFYWITHTEMP", applyTemporary, Writes },
-        { "CFDOCGETCLASSIFYTEMP", readTemporary, NeedsSession },
-        { "CFDOCDELETECLASSIFYTEMP", deleteTemporary, Writes },
-        { "CFSENDDEADLINEFORDOCID", deadlinesOfDocument, NeedsSession },
-        { "CFSENDDEADLINES", selectedDeadlines, NeedsSession },
-        { "CFSAVEDEADLINES", saveDeadlines, Writes },
+        { words::classifyTemporary, storeTemporary, Writes },
+        { words::newClassifyTemp, applyTemporary, Writes },
+        { words::getClassifyTemp, readTemporary, NeedsSession },
+        { words::deleteClassifyTemp, deleteTemporary, Writes },
+        { words::getDeadLineForDocId, deadlinesOfDocument, NeedsSession },
+        { words::getDeadLines, selectedDeadlines, NeedsSession },
+        { words::saveDeadLines, saveDeadlines, Writes },
     };
 }
 

@@ -15,6 +15,7 @@
 #include "classifyinterface.h"
 #include "installlayout.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "responder.h"
 
 #include <QCoreApplication>
@@ -31,14 +32,16 @@
 
 namespace {
 
+namespace words = nuvprotocol::words;
+
 const QByteArray benchQueue = QByteArrayLiteral("/queue/nuv.bench.rtt");
 
 std::optional<nuvMQClassifyMessage> answer(const stomp::Responder::Request &request)
 {
     nuvMQClassifyMessage reply;
-    reply.command = QStringLiteral("OK");
-    if (request.message.command == QLatin1String("CFLOGIN"))
-        reply.setData({ QByteArrayLiteral("18.09-5") });
+    reply.command = QLatin1String(nuvprotocol::status::ok);
+    if (request.message.command == QLatin1String(words::login))
+        reply.setData({ QByteArray(nuvprotocol::clientVersion) });
     else
         reply.setDataList({ QStringLiteral("Archiv 1") });
     return reply;
@@ -170,7 +173,7 @@ int main(int argc, char *argv[])
     RawPing raw(broker.peerOptions(), false);
     RawPing rawWithReceipt(broker.peerOptions(), true);
     nuvMQClassifyMessage request;
-    request.command = QStringLiteral("CFDOCGETARCHIVES");
+    request.command = QLatin1String(words::getArchives);
     QString requestText;
     request.convertToBase64(requestText);
     RawPing rawSized(broker.peerOptions(), true, requestText.toUtf8());

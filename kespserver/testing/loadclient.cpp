@@ -4,6 +4,7 @@
 #include "brokerenv.h"
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "tsansync.h"
 
 #include <QElapsedTimer>
@@ -28,6 +29,8 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 }
 
 namespace {
+
+namespace words = nuvprotocol::words;
 
 // Holds the callers until all have logged in, so that logins are not part
 // of what is measured.
@@ -63,10 +66,10 @@ private:
 
 bool isFailure(const nuvMQClassifyMessage &answer, const nuvMQClassifyMessage &request)
 {
-    if (answer.command == QLatin1String("ERROR"))
+    if (answer.command == QLatin1String(nuvprotocol::status::error))
         return true;
     // A clipboard that was made has a key.
-    return request.command == QLatin1String("CFADDCLIPBOARD") && answer.getDocId().isEmpty();
+    return request.command == QLatin1String(words::addClipboard) && answer.getDocId().isEmpty();
 }
 
 // Request `n` of caller `index`.
@@ -76,8 +79,9 @@ nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
     nuvMQClassifyMessage request;
     switch (plan.mix) {
     case LoadMix::Reads: {
-        static const char *const words[] = { "CFROLES", "CFDOCGETARCHIVES", "CFDOCINFO" };
-        const char *word = words[n % 3];
+        static const char *const reads[]
+            = { words::getRoles, words::getArchives, words::getDocumentData };
+        const char *word = reads[n % 3];
         request = command(QLatin1String(word), {});
         if (n % 3 == 2) {
             request.setDataList({ QStringLiteral("*") });
@@ -87,9 +91,9 @@ nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
     }
     case LoadMix::Writes:
         if (n % 2 == 0) {
-            request = command(
-                QStringLiteral("CFDOCCLASSIFY"),
-                { QStringLiteral("title") + QChar(0xFEFF) + QStringLiteral("Round %1").arg(n) });
+            request = command(QLatin1String(words::classify),
+                              { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                + QStringLiteral("Round %1").arg(n) });
             request.setDocId(document);
             return request;
         }
@@ -97,7 +101,7 @@ nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
     case LoadMix::Clipboards:
         break;
     }
-    return command(QStringLiteral("CFADDCLIPBOARD"),
+    return command(QLatin1String(words::addClipboard),
                    { QStringLiteral("%1-%2-%3").arg(plan.prefix).arg(index).arg(n) });
 }
 
@@ -118,11 +122,11 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMute
     } else {
         transport->setUserName(plan.user);
         nuvMQClassifyMessage login
-            = command(QStringLiteral("CFLOGIN"), { plan.user, plan.password, QString() });
+            = command(QLatin1String(words::login), { plan.user, plan.password, QString() });
         nuvMQClassifyMessage reply;
         if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, plan.timeoutSeconds,
                                         0, QString(), nullptr)
-            || reply.command.contains(QLatin1String("ERROR"))) {
+            || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
             mine.failures << QStringLiteral("thread %1: login failed: %2 %3")
                                  .arg(index)
                                  .arg(transport->lastErrorText, reply.errorText);

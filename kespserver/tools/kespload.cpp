@@ -34,6 +34,7 @@
 #include "loadclient.h"
 #include "loadsetup.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "serverengine.h"
 
 #include <QCoreApplication>
@@ -48,6 +49,8 @@
 #include <vector>
 
 namespace {
+
+namespace words = nuvprotocol::words;
 
 using kespload::loadPassword;
 using kespload::loadUser;
@@ -148,10 +151,11 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     bool heavyFailed = false;
     std::thread loop([&] {
         for (int n = 0; !done; ++n) {
-            nuvMQClassifyMessage request = kesp::command(
-                QStringLiteral("CFDOCMULTICLASSIFY"),
-                { QStringLiteral("title") + QChar(0xFEFF) + QStringLiteral("Round %1").arg(n) });
-            request.setDocId(ids.join(QChar(0xFEFF)));
+            nuvMQClassifyMessage request
+                = kesp::command(QLatin1String(words::multipleClassify),
+                                { QStringLiteral("title") + nuvprotocol::recordSeparator
+                                  + QStringLiteral("Round %1").arg(n) });
+            request.setDocId(ids.join(nuvprotocol::recordSeparator));
             const qint64 micros = kespload::timedCall(*heavy, request);
             heavyFailed = heavyFailed || micros < 0;
             if (micros < 0)
@@ -165,7 +169,7 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     wall.start();
     while (wall.elapsed() < qint64(seconds) * 1000 && !lightFailed) {
         const qint64 micros
-            = kespload::timedCall(*light, kesp::command(QStringLiteral("CFROLES"), {}));
+            = kespload::timedCall(*light, kesp::command(QLatin1String(words::getRoles), {}));
         lightFailed = micros < 0;
         if (!lightFailed)
             lightMicros.append(micros);

@@ -4,6 +4,7 @@
 #include "brokerenv.h"
 #include "loadclient.h"
 #include "nuvmqclientinterface.h"
+#include "protocolwords.h"
 #include "serverengine.h"
 
 #include <QCryptographicHash>
@@ -19,6 +20,8 @@ const QString loadUser = QStringLiteral("load");
 const QString loadPassword = QStringLiteral("load-password");
 
 namespace {
+
+namespace words = nuvprotocol::words;
 
 nuvserver::EngineOptions engineOptions(const QString &database)
 {
@@ -44,8 +47,9 @@ QString engineCall(nuvserver::ServerEngine &engine, const QString &token, const 
     const nuvMQClassifyMessage reply = engine.handle(request, token);
     if (replyDocId)
         *replyDocId = reply.getDocId();
-    return reply.command == QLatin1String("ERROR") ? word + QStringLiteral(": ") + reply.errorText
-                                                   : QString();
+    return reply.command == QLatin1String(nuvprotocol::status::error)
+        ? word + QStringLiteral(": ") + reply.errorText
+        : QString();
 }
 
 } // namespace
@@ -114,18 +118,18 @@ QString seedCatalogue(const QString &database, const QStringList &names)
     if (!engine.open(&error))
         return error;
     const QString admin = tokenOf(loadUser);
-    const QChar separator(0xFEFF);
-    error = engineCall(engine, admin, QStringLiteral("CFLOGIN"), { loadUser, loadPassword, {} });
+    const QChar separator = nuvprotocol::recordSeparator;
+    error = engineCall(engine, admin, QLatin1String(words::login), { loadUser, loadPassword, {} });
     for (const QString &name : names) {
         if (error.isEmpty())
             error = engineCall(
-                engine, admin, QStringLiteral("CFDOCSETUSERS"),
+                engine, admin, QLatin1String(words::setUsers),
                 { QStringList { name, loadPassword, name, QString(), QStringLiteral("0") }.join(
                     separator) },
                 QStringLiteral("0"));
     }
     if (error.isEmpty())
-        error = engineCall(engine, admin, QStringLiteral("CFSAVEDOCTYPES"), { "Letter" });
+        error = engineCall(engine, admin, QLatin1String(words::saveDocTypes), { "Letter" });
     return error;
 }
 
@@ -135,13 +139,13 @@ QStringList seedDocuments(const QString &database, const QString &user, int coun
     if (!engine.open(error))
         return {};
     const QString token = tokenOf(user);
-    *error = engineCall(engine, token, QStringLiteral("CFLOGIN"), { user, loadPassword, {} });
+    *error = engineCall(engine, token, QLatin1String(words::login), { user, loadPassword, {} });
     QStringList ids;
     for (int i = 0; i < count && error->isEmpty(); ++i) {
         QString id;
-        *error = engineCall(engine, token, QStringLiteral("CFGETNEXTOID"), {}, QString(), &id);
+        *error = engineCall(engine, token, QLatin1String(words::getNextOid), {}, QString(), &id);
         if (error->isEmpty())
-            *error = engineCall(engine, token, QStringLiteral("CFDOCNEWCLASSIFY"),
+            *error = engineCall(engine, token, QLatin1String(words::newClassify),
                                 { QStringLiteral("Letter"), QStringLiteral("Document %1").arg(i) },
                                 id);
         ids.append(id);
@@ -188,11 +192,11 @@ std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, c
     }
     transport->setUserName(user);
     nuvMQClassifyMessage login
-        = kesp::command(QStringLiteral("CFLOGIN"), { user, loadPassword, {} });
+        = kesp::command(QLatin1String(words::login), { user, loadPassword, {} });
     nuvMQClassifyMessage reply;
     if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
                                     nullptr)
-        || reply.command == QLatin1String("ERROR")) {
+        || reply.command == QLatin1String(nuvprotocol::status::error)) {
         std::fprintf(stderr, "nuvkespload: %s cannot log in: %s%s\n", qPrintable(user),
                      qPrintable(transport->lastErrorText), qPrintable(reply.errorText));
         return nullptr;
@@ -208,7 +212,7 @@ qint64 timedCall(nuvMQClientInterface &transport, nuvMQClassifyMessage request)
     const bool ok = transport.sendSyncMessage(&request, &reply, nuvClassifyMessageKind, 60, 0,
                                               QString(), nullptr);
     const qint64 micros = clock.nsecsElapsed() / 1000;
-    if (!ok || reply.command == QLatin1String("ERROR")) {
+    if (!ok || reply.command == QLatin1String(nuvprotocol::status::error)) {
         std::fprintf(stderr, "nuvkespload: %s failed: %s%s\n", qPrintable(request.command),
                      qPrintable(transport.lastErrorText), qPrintable(reply.errorText));
         return -1;

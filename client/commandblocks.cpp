@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "records.h"
+#include "commandblocks.h"
 
 #include <algorithm>
 

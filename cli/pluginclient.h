@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef NUVCLI_SESSION_H
-#define NUVCLI_SESSION_H
+#ifndef NUVCLI_PLUGINCLIENT_H
+#define NUVCLI_PLUGINCLIENT_H
 
 #include "call.h"
 #include "console.h"
@@ -22,13 +22,13 @@ class ClassifyInterface;
  */
 namespace nuvcli {
 
-class Session : public QObject
+class PluginClient : public QObject
 {
     Q_OBJECT
 
 public:
-    Session(const Options &options, Console &console, Printer &printer);
-    ~Session() override;
+    PluginClient(const Options &options, Console &console, Printer &printer);
+    ~PluginClient() override;
 
     // Loads the plugin and creates the client; false with `error` when the
     // plugin cannot be loaded or is not a classify plugin.
@@ -58,4 +58,4 @@ private:
 
 } // namespace nuvcli
 
-#endif // NUVCLI_SESSION_H
+#endif // NUVCLI_PLUGINCLIENT_H

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "records.h"
+#include "fieldvalues.h"
 
 #include "sql.h"
 
@@ -9,7 +9,7 @@ namespace nuvserver {
 
 QString joinFields(const QStringList &fields)
 {
-    return fields.join(fieldSeparator);
+    return fields.join(recordSeparator);
 }
 
 QString rowRecord(const QSqlQuery &query)
@@ -32,7 +32,7 @@ QStringList queryRecords(const QSqlDatabase &db, const QString &sql, const QVari
 
 QStringList splitFields(const QString &record)
 {
-    return record.split(fieldSeparator);
+    return record.split(recordSeparator);
 }
 
 QString field(const QStringList &fields, int index)
@@ -95,7 +95,7 @@ void checkName(const QString &name, const QString &what)
     if (name.trimmed() != name)
         fail(QStringLiteral("%1 '%2' must not begin or end with blanks").arg(what, echoed(name)));
     for (const QChar c : name) {
-        if (c == fieldSeparator || c.category() == QChar::Other_Control)
+        if (c == recordSeparator || c.category() == QChar::Other_Control)
             fail(QStringLiteral("%1 '%2' holds a character that is not allowed")
                      .arg(what, echoed(name)));
     }

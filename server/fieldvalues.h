@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef NUVSERVER_RECORDS_H
-#define NUVSERVER_RECORDS_H
+#ifndef NUVSERVER_FIELDVALUES_H
+#define NUVSERVER_FIELDVALUES_H
+
+#include "protocolwords.h"
 
 #include <QDateTime>
 #include <QSqlDatabase>
@@ -10,12 +12,13 @@
 #include <QVariantList>
 
 /*
- * Record strings: fields joined by U+FEFF, the way every command sends
- * structured entries in `dataList` and lists of keys in `docId`.
+ * Record strings and the values in their fields: fields joined by U+FEFF,
+ * the way every command sends structured entries in `dataList` and lists of
+ * keys in `docId`; numbers, flags, times and names read from them.
  */
 namespace nuvserver {
 
-constexpr QChar fieldSeparator(0xFEFF);
+using nuvprotocol::recordSeparator;
 
 QString joinFields(const QStringList &fields);
 // Every column of the query's current row as one record.
@@ -49,4 +52,4 @@ void checkName(const QString &name, const QString &what);
 
 } // namespace nuvserver
 
-#endif // NUVSERVER_RECORDS_H
+#endif // NUVSERVER_FIELDVALUES_H

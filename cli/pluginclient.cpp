@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "session.h"
+#include "pluginclient.h"
 
 #include "classifyinterface.h"
+#include "protocolwords.h"
 
 #include <QFileInfo>
 #include <QPluginLoader>
@@ -11,14 +12,6 @@ namespace nuvcli {
 namespace {
 
 const QString transportFile = QStringLiteral("libnuvactivemqclient.so");
-
-// A login refused for an expired password keeps its connection, so that
-// the password can be changed on it.
-bool isExpiredPassword(const QString &error)
-{
-    return error.startsWith(QLatin1String("Password expired"))
-        || error.startsWith(QLatin1String("Passwort abgelaufen"));
-}
 
 // The transports' own words for a login that never reached a server: no
 // broker connection, nothing sent, or no reply in time.
@@ -32,15 +25,15 @@ bool isUnreachable(const QString &error)
 
 } // namespace
 
-Session::Session(const Options &options, Console &console, Printer &printer)
+PluginClient::PluginClient(const Options &options, Console &console, Printer &printer)
     : options(options)
     , console(console)
     , printer(printer)
 { }
 
-Session::~Session() = default;
+PluginClient::~PluginClient() = default;
 
-bool Session::open(QString *error)
+bool PluginClient::open(QString *error)
 {
     QPluginLoader loader(options.pluginFile);
     QObject *root = loader.instance();
@@ -66,7 +59,7 @@ bool Session::open(QString *error)
     return true;
 }
 
-CallRecord Session::run(const PreparedCall &call, int line)
+CallRecord PluginClient::run(const PreparedCall &call, int line)
 {
     const Operation &operation = *call.operation;
     CallRecord record;
@@ -94,7 +87,7 @@ CallRecord Session::run(const PreparedCall &call, int line)
     return record;
 }
 
-bool Session::ensureLogin(const Operation &operation, CallRecord &record)
+bool PluginClient::ensureLogin(const Operation &operation, CallRecord &record)
 {
     if (loggedIn || operation.session == SessionUse::None || operation.session == SessionUse::LogsIn
         || operation.session == SessionUse::LogsOut)
@@ -126,7 +119,8 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
 
     if (!client->connectToNuvKESP(host, port, user, password)) {
         const QString reason = client->errorString();
-        if (operation.session == SessionUse::ExpiredLoginIsEnough && isExpiredPassword(reason))
+        if (operation.session == SessionUse::ExpiredLoginIsEnough
+            && nuvprotocol::isExpiredPasswordText(reason))
             return true;
         return fail(record, isUnreachable(reason) ? ExitUnreachable : ExitLoginRefused,
                     QStringLiteral("login as %1 failed: %2")
@@ -141,7 +135,7 @@ bool Session::ensureLogin(const Operation &operation, CallRecord &record)
     return true;
 }
 
-bool Session::credentials(QString *user, QString *password, QString *error)
+bool PluginClient::credentials(QString *user, QString *password, QString *error)
 {
     if (haveCredentials)
         return true;
@@ -167,7 +161,7 @@ bool Session::credentials(QString *user, QString *password, QString *error)
     return true;
 }
 
-bool Session::fail(CallRecord &record, int status, const QString &error, bool fatal)
+bool PluginClient::fail(CallRecord &record, int status, const QString &error, bool fatal)
 {
     record.ok = false;
     record.error = error;
@@ -176,12 +170,12 @@ bool Session::fail(CallRecord &record, int status, const QString &error, bool fa
     return false;
 }
 
-void Session::onServerRequest(const QString &request)
+void PluginClient::onServerRequest(const QString &request)
 {
     printer.serverRequest(request);
 }
 
-void Session::onClientDisconnect()
+void PluginClient::onClientDisconnect()
 {
     printer.connectionLost();
 }

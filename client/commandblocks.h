@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef NUV_RECORDS_H
-#define NUV_RECORDS_H
+#ifndef NUV_COMMANDBLOCKS_H
+#define NUV_COMMANDBLOCKS_H
 
 #include "nuvkespclassifyblock.h"
+#include "protocolwords.h"
 
 #include <QHash>
 #include <QVector>
@@ -16,8 +17,7 @@
  */
 namespace nuv {
 
-// Joins keys in `docId` and the fields of one record.
-constexpr QChar recordSeparator(0xFEFF);
+using nuvprotocol::recordSeparator;
 
 inline NuvKespClassifyBlock fields(const QString &docId, const QStringList &dataList = {},
                                    const QList<QByteArray> &data = {})
@@ -135,4 +135,4 @@ QList<QByteArray> pairRecordsWithPayloads(const QStringList &records, const QStr
 
 } // namespace nuv
 
-#endif // NUV_RECORDS_H
+#endif // NUV_COMMANDBLOCKS_H
