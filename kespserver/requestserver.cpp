@@ -133,9 +133,14 @@ void RequestServer::runNow(const WorkerPool::Job &job)
 {
     bool done = false;
     pool.submit(job, [&done] { done = true; });
-    // The wait ends as soon as the job does, so a reply never waits for a
+    waitUntil([&done] { return done; });
+}
+
+void RequestServer::waitUntil(const std::function<bool()> &condition)
+{
+    // The wait ends as soon as a job does, so a reply never waits for a
     // pump.
-    while (!done) {
+    while (!condition()) {
         if (link.isOpen())
             link.pump(0);
         notifier.alive();
@@ -388,13 +393,7 @@ void RequestServer::waitForWork(int waitMs)
 
 void RequestServer::drain()
 {
-    while (pool.inHand() > 0) {
-        if (link.isOpen())
-            link.pump(0);
-        notifier.alive();
-        pool.waitFinished(20);
-        pool.collect();
-    }
+    waitUntil([this] { return pool.inHand() == 0; });
 }
 
 void RequestServer::dispatch(const stomp::Frame &frame)

@@ -14,6 +14,7 @@
 #include <QElapsedTimer>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -103,6 +104,8 @@ private:
     // Runs `job` on a worker and keeps the broker connection alive
     // (heart-beats), and finishes other requests, until it is done.
     void runNow(const WorkerPool::Job &job);
+    // The same until `condition` holds.
+    void waitUntil(const std::function<bool()> &condition);
     void pruneRecords();
     void housekeeping();
     void connectionClosed(const stomp::Frame &advisory);
