@@ -2,8 +2,8 @@
 #include "activemqtransport.h"
 
 #include "nuvmqmessage.h"
+#include "nuvmutex.h"
 #include "stompconnection.h"
-#include "tsansync.h"
 
 #include <QDateTime>
 #include <QSslCertificate>
@@ -11,8 +11,8 @@
 #include <QThread>
 #include <QUuid>
 
+using stomp::ConnectionState;
 using stomp::Frame;
-using stomp::Session;
 
 namespace {
 
@@ -43,7 +43,7 @@ ActiveMqTransport::~ActiveMqTransport()
         return;
     }
     {
-        stomp::SyncLocker life(&lifecycle);
+        nuv::MutexLocker life(&lifecycle);
         closeSession(QStringLiteral("The message-queue transport was deleted."));
     }
     ioThread->quit();
@@ -58,14 +58,14 @@ nuvMQClientInterface *ActiveMqTransport::createInstance()
 
 bool ActiveMqTransport::fail(const QString &text)
 {
-    stomp::SyncLocker locker(&errorLock);
+    nuv::MutexLocker locker(&errorLock);
     lastErrorText = text;
     return false;
 }
 
 ActiveMqTransport::Current ActiveMqTransport::current() const
 {
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     return Current { session, settings, userName };
 }
 
@@ -102,7 +102,7 @@ QByteArray ActiveMqTransport::nextId(const char *prefix)
 
 bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
 {
-    stomp::SyncLocker life(&lifecycle);
+    nuv::MutexLocker life(&lifecycle);
     if (onIoThread())
         return fail(QStringLiteral("connectToBroker cannot be called from the transport's own "
                                    "I/O thread."));
@@ -126,10 +126,10 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     closeSession(QStringLiteral("The connection to the message broker was replaced by a new "
                                 "one."));
     ensureIoThread();
-    auto next = std::make_shared<Session>(address, stomp::newSessionToken());
+    auto next = std::make_shared<ConnectionState>(address, stomp::newSessionToken());
     QByteArray id;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         if (session)
             droppedEarlier += session->droppedReplies();
         session = next;
@@ -140,10 +140,11 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
     stomp::Connection *io = connection;
     post([io, next, options, id] { io->open(next, options, id); });
 
-    const Session::Phase phase = next->awaitSettled(QDeadlineTimer(options.connectTimeoutMs));
-    if (phase == Session::Phase::Open)
+    const ConnectionState::Phase phase
+        = next->awaitSettled(QDeadlineTimer(options.connectTimeoutMs));
+    if (phase == ConnectionState::Phase::Open)
         return true;
-    if (phase == Session::Phase::Connecting) {
+    if (phase == ConnectionState::Phase::Connecting) {
         const QString text
             = QStringLiteral("Cannot connect to the message broker at %1: no "
                              "answer within %2 ms (connection and STOMP "
@@ -160,16 +161,17 @@ bool ActiveMqTransport::connectToBroker(const QString &host, const qint64 &port)
 
 void ActiveMqTransport::closeSession(const QString &reason)
 {
-    std::shared_ptr<Session> ending;
+    std::shared_ptr<ConnectionState> ending;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         ending = session;
     }
-    if (!ending || ending->phase() == Session::Phase::Closed || !connection)
+    if (!ending || ending->phase() == ConnectionState::Phase::Closed || !connection)
         return;
     const QByteArray receiptId = nextId("disconnect");
     QString ignored;
-    if (ending->phase() == Session::Phase::Open && ending->beginReceipt(receiptId, &ignored)) {
+    if (ending->phase() == ConnectionState::Phase::Open
+        && ending->beginReceipt(receiptId, &ignored)) {
         Frame disconnect("DISCONNECT");
         disconnect.add("receipt", receiptId);
         const QByteArray bytes = stomp::encodeFrame(disconnect);
@@ -187,10 +189,10 @@ void ActiveMqTransport::closeSession(const QString &reason)
 
 void ActiveMqTransport::disconnectFromBroker()
 {
-    stomp::SyncLocker life(&lifecycle);
+    nuv::MutexLocker life(&lifecycle);
     if (onIoThread()) {
         // The receipt could never arrive on a thread that waits for it.
-        std::shared_ptr<Session> ending = current().session;
+        std::shared_ptr<ConnectionState> ending = current().session;
         if (ending)
             connection->finish(ending,
                                QStringLiteral("The connection to the message broker was "
@@ -283,11 +285,11 @@ bool ActiveMqTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
 
     Frame answer;
     switch (now.session->awaitCall(correlationId, deadline, &answer, &why)) {
-    case Session::Outcome::Done:
+    case ConnectionState::Outcome::Done:
         break;
-    case Session::Outcome::Failed:
+    case ConnectionState::Outcome::Failed:
         return fail(QStringLiteral("No reply to \"%1\": %2").arg(command, why));
-    case Session::Outcome::TimedOut:
+    case ConnectionState::Outcome::TimedOut:
         return fail(QStringLiteral("No reply to \"%1\" within %2 s (time-out): nothing answered "
                                    "on %3 at the message broker %4; is the server running?")
                         .arg(command)
@@ -299,7 +301,7 @@ bool ActiveMqTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
 
 void ActiveMqTransport::setUserName(const QString &name)
 {
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     userName = name;
 }
 
@@ -309,26 +311,26 @@ void ActiveMqTransport::setClientId(const QString &id)
         fail(QStringLiteral("Client id \"%1\" ignored: it contains a line break.").arg(id));
         return;
     }
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     clientId = id.toUtf8();
 }
 
 bool ActiveMqTransport::isConnected()
 {
-    const std::shared_ptr<Session> now = current().session;
-    return now && now->phase() == Session::Phase::Open;
+    const std::shared_ptr<ConnectionState> now = current().session;
+    return now && now->phase() == ConnectionState::Phase::Open;
 }
 
 QString ActiveMqTransport::getAuthToken()
 {
-    const std::shared_ptr<Session> now = current().session;
-    if (!now || now->phase() != Session::Phase::Open)
+    const std::shared_ptr<ConnectionState> now = current().session;
+    if (!now || now->phase() != ConnectionState::Phase::Open)
         return QString();
     return QString::fromLatin1(now->token);
 }
 
 qint64 ActiveMqTransport::droppedReplies() const
 {
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     return droppedEarlier + (session ? session->droppedReplies() : 0);
 }

@@ -3,11 +3,11 @@
 #define ACTIVEMQTRANSPORT_H
 
 #include "brokerconfig.h"
+#include "connectionstate.h"
 #include "nuvmqclientinterface.h"
-#include "session.h"
+#include "nuvmutex.h"
 
 #include <QHash>
-#include <QMutex>
 
 #include <atomic>
 #include <memory>
@@ -71,7 +71,7 @@ private:
     // What a call needs from the current connection, taken under the lock.
     struct Current
     {
-        std::shared_ptr<stomp::Session> session;
+        std::shared_ptr<stomp::ConnectionState> session;
         stomp::BrokerSettings settings;
         QString userName;
     };
@@ -93,16 +93,19 @@ private:
     // Checks the reply's type tag and decodes its body into `message`.
     bool decodeInto(const stomp::Frame &frame, nuvMQMessage *message, const QString &what);
 
-    QMutex lifecycle; // serialises connect, disconnect and deletion
-    mutable QMutex stateLock; // guards the members below
-    std::shared_ptr<stomp::Session> session;
-    stomp::BrokerSettings settings;
-    QString userName;
-    QByteArray clientId;
-    QHash<QString, QByteArray> topics; // destination -> subscription id
-    qint64 droppedEarlier = 0;
+    nuv::Mutex lifecycle; // serialises connect, disconnect and deletion
+    mutable nuv::Mutex stateLock;
+    std::shared_ptr<stomp::ConnectionState> session NUV_GUARDED_BY(stateLock);
+    stomp::BrokerSettings settings NUV_GUARDED_BY(stateLock);
+    QString userName NUV_GUARDED_BY(stateLock);
+    QByteArray clientId NUV_GUARDED_BY(stateLock);
+    // destination -> subscription id
+    QHash<QString, QByteArray> topics NUV_GUARDED_BY(stateLock);
+    qint64 droppedEarlier NUV_GUARDED_BY(stateLock) = 0;
 
-    QMutex errorLock;
+    // Guards the interface's lastErrorText, which callers read once a call
+    // has failed.
+    nuv::Mutex errorLock;
     std::atomic<quint64> sequence { 0 };
     QThread *ioThread = nullptr;
     stomp::Connection *connection = nullptr;

@@ -5,13 +5,13 @@
 
 #include "activemqtransport.h"
 #include "nuvmqmessage.h"
+#include "nuvmutex.h"
 #include "stompconnection.h"
-#include "tsansync.h"
 
 #include <QUuid>
 
+using stomp::ConnectionState;
 using stomp::Frame;
-using stomp::Session;
 
 bool ActiveMqTransport::sendWithReceipt(const Current &now, Frame frame, QString *error)
 {
@@ -22,11 +22,11 @@ bool ActiveMqTransport::sendWithReceipt(const Current &now, Frame frame, QString
     connection->submit(now.session, stomp::encodeHead(frame), frame.body);
     switch (now.session->awaitReceipt(receiptId, QDeadlineTimer(now.settings.connectTimeoutMs),
                                       error)) {
-    case Session::Outcome::Done:
+    case ConnectionState::Outcome::Done:
         return true;
-    case Session::Outcome::Failed:
+    case ConnectionState::Outcome::Failed:
         return false;
-    case Session::Outcome::TimedOut:
+    case ConnectionState::Outcome::TimedOut:
         *error = QStringLiteral("the message broker at %1 did not confirm it within %2 ms")
                      .arg(now.session->address.label())
                      .arg(now.settings.connectTimeoutMs);
@@ -76,13 +76,13 @@ bool ActiveMqTransport::receiveMessage(nuvMQMessage *message, qint64 timeoutSeco
     Frame frame;
     QString error;
     switch (now.session->awaitUnsolicited(QDeadlineTimer(timeoutSeconds * 1000), &frame, &error)) {
-    case Session::Outcome::Done:
+    case ConnectionState::Outcome::Done:
         return decodeInto(frame, message,
                           QStringLiteral("The message from %1")
                               .arg(QString::fromUtf8(frame.header("destination"))));
-    case Session::Outcome::Failed:
+    case ConnectionState::Outcome::Failed:
         return fail(QStringLiteral("Cannot receive: %1").arg(error));
-    case Session::Outcome::TimedOut:
+    case ConnectionState::Outcome::TimedOut:
         break;
     }
     return fail(QStringLiteral("No message arrived within %1 s (time-out).").arg(timeoutSeconds));
@@ -102,7 +102,7 @@ bool ActiveMqTransport::subscribeTopic(const QString &topic)
                         .arg(destination));
     QByteArray id;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         if (topics.contains(destination))
             return true;
         id = nextId("topic");
@@ -113,7 +113,7 @@ bool ActiveMqTransport::subscribeTopic(const QString &topic)
     QString error;
     if (sendWithReceipt(now, std::move(frame), &error))
         return true;
-    stomp::SyncLocker locker(&stateLock);
+    nuv::MutexLocker locker(&stateLock);
     topics.remove(destination);
     return fail(QStringLiteral("Cannot subscribe to %1: %2").arg(destination, error));
 }
@@ -124,7 +124,7 @@ bool ActiveMqTransport::unsubscribeTopic(const QString &topic)
     const Current now = current();
     QByteArray id;
     {
-        stomp::SyncLocker locker(&stateLock);
+        nuv::MutexLocker locker(&stateLock);
         id = topics.take(destination);
     }
     if (id.isEmpty())

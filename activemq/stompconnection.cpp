@@ -1,19 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "stompconnection.h"
 
-#include "tsansync.h"
+#include "handshake.h"
+#include "nuvmutex.h"
 
 #include <QSslConfiguration>
 #include <QSslSocket>
 #include <QTcpSocket>
-
-#include <cerrno>
-#include <chrono>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
-#include <unistd.h>
 
 Q_LOGGING_CATEGORY(lcStomp, "nuv.activemq", QtInfoMsg)
 
@@ -49,19 +42,6 @@ QString socketProblem(QAbstractSocket::SocketError error, const QString &fallbac
     }
 }
 
-// The broker's own words from an ERROR frame, shortened for one line.
-QString brokerMessage(const Frame &error)
-{
-    QString text = QString::fromUtf8(error.header("message")).trimmed();
-    if (text.isEmpty())
-        text = QString::fromUtf8(error.body).trimmed();
-    if (text.isEmpty())
-        text = QStringLiteral("no reason given");
-    if (text.size() > 300)
-        text = text.left(300) + QStringLiteral("...");
-    return text;
-}
-
 } // namespace
 
 Connection::Connection(LostHandler onLost, QObject *parent)
@@ -81,7 +61,7 @@ Connection::~Connection()
     dropSocket();
 }
 
-void Connection::open(const std::shared_ptr<Session> &next, const BrokerSettings &options,
+void Connection::open(const std::shared_ptr<ConnectionState> &next, const BrokerSettings &options,
                       const QByteArray &id)
 {
     if (session && session != next)
@@ -116,14 +96,7 @@ void Connection::open(const std::shared_ptr<Session> &next, const BrokerSettings
     connect(socket, &QTcpSocket::readyRead, this, &Connection::onReadyRead);
     connect(socket, &QTcpSocket::errorOccurred, this, &Connection::onSocketError);
     connect(socket, &QTcpSocket::disconnected, this, &Connection::onDisconnected);
-    connect(socket, &QTcpSocket::bytesWritten, this, [this] {
-        markWritten();
-        if (socket && socket->bytesToWrite() == 0) {
-            stomp::SyncLocker locker(&writeLock);
-            if (pending.isEmpty())
-                socketBuffered = false;
-        }
-    });
+    connect(socket, &QTcpSocket::bytesWritten, this, [this] { writer.socketWrote(socket); });
 
     qCDebug(lcStomp) << "connecting to" << address.label();
     if (address.tls)
@@ -136,7 +109,7 @@ void Connection::post(std::function<void()> work)
 {
     QMetaObject::invokeMethod(
         this,
-        [work = std::move(work), handoff = stomp::SyncHandoff()] {
+        [work = std::move(work), handoff = nuv::SyncHandoff()] {
             handoff.received();
             work();
             handoff.finished();
@@ -144,146 +117,45 @@ void Connection::post(std::function<void()> work)
         Qt::QueuedConnection);
 }
 
-bool Connection::directWritable(const Session *target) const
-{
-    return directDescriptor >= 0 && directSession == target && postedSends == 0 && !socketBuffered
-        && pending.isEmpty();
-}
-
-void Connection::submit(const std::shared_ptr<Session> &target, const QByteArray &head,
+void Connection::submit(const std::shared_ptr<ConnectionState> &target, const QByteArray &head,
                         const QByteArray &body)
 {
-    stomp::SyncLocker locker(&writeLock);
-    if (directWritable(target.get())) {
-        writeDirect(head, body, target);
+    QString error;
+    switch (writer.submit(target.get(), head, body, &error)) {
+    case DirectWriter::Outcome::Written:
         return;
-    }
-    ++postedSends;
-    post([this, target, head, body] { send(target, head, body); });
-}
-
-void Connection::writeDirect(const QByteArray &head, const QByteArray &body,
-                             const std::shared_ptr<Session> &target)
-{
-    static const char nul = '\0';
-    const std::pair<const char *, qint64> parts[3]
-        = { { head.constData(), head.size() }, { body.constData(), body.size() }, { &nul, 1 } };
-    const qint64 total = head.size() + body.size() + 1;
-    qint64 done = 0;
-    int error = 0;
-    while (done < total) {
-        iovec vectors[3];
-        int count = 0;
-        qint64 skip = done;
-        for (const auto &[data, size] : parts) {
-            if (skip >= size) {
-                skip -= size;
-                continue;
-            }
-            vectors[count].iov_base = const_cast<char *>(data + skip);
-            vectors[count].iov_len = size_t(size - skip);
-            ++count;
-            skip = 0;
-        }
-        msghdr message {};
-        message.msg_iov = vectors;
-        message.msg_iovlen = size_t(count);
-        const ssize_t written = ::sendmsg(directDescriptor, &message, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (written >= 0) {
-            done += written;
-        } else if (errno != EINTR) {
-            error = errno;
-            break;
-        }
-    }
-    if (done > 0)
-        markWritten();
-    if (done == total)
+    case DirectWriter::Outcome::Partial:
+        post([this] { writer.flush(socket); });
         return;
-    if (error != EAGAIN && error != EWOULDBLOCK) {
-        // The stream may end in half a frame now: nothing more goes on it,
-        // and the I/O thread ends the session.
-        closeDirect();
-        const QString text = QString::fromLocal8Bit(std::strerror(error));
-        post([this, target, text] {
+    case DirectWriter::Outcome::Failed:
+        post([this, target, error] {
             if (target == session && socket)
-                end(lostText(QStringLiteral("writing to the socket failed (%1)").arg(text)));
+                end(lostText(QStringLiteral("writing to the socket failed (%1)").arg(error)));
         });
         return;
-    }
-    // The socket's buffer is full: the I/O thread writes the rest as the
-    // broker reads, before anything else.
-    for (const auto &[data, size] : parts) {
-        if (done >= size) {
-            done -= size;
-            continue;
-        }
-        pending.append(data + done, int(size - done));
-        done = 0;
-    }
-    post([this] { flushPending(); });
-}
-
-void Connection::markWritten()
-{
-    lastWriteAt.store(std::chrono::duration_cast<std::chrono::milliseconds>(
-                          std::chrono::steady_clock::now().time_since_epoch())
-                          .count(),
-                      std::memory_order_relaxed);
-}
-
-qint64 Connection::msSinceWrite() const
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-               .count()
-        - lastWriteAt.load(std::memory_order_relaxed);
-}
-
-void Connection::closeDirect()
-{
-    if (directDescriptor >= 0)
-        ::close(directDescriptor);
-    directDescriptor = -1;
-}
-
-void Connection::flushPending()
-{
-    stomp::SyncLocker locker(&writeLock);
-    if (!socket || pending.isEmpty())
+    case DirectWriter::Outcome::Post:
+        post([this, target, head, body] { send(target, head, body); });
         return;
-    socket->write(pending);
-    pending.clear();
-    socketBuffered = true;
-    markWritten();
+    }
 }
 
-void Connection::send(const std::shared_ptr<Session> &target, const QByteArray &head,
+void Connection::send(const std::shared_ptr<ConnectionState> &target, const QByteArray &head,
                       const QByteArray &body)
 {
-    stomp::SyncLocker locker(&writeLock);
-    --postedSends;
-    if (target != session || !socket || stage != Stage::Open)
-        return;
-    writeLocked(head);
-    if (!body.isEmpty())
-        writeLocked(body);
-    writeLocked(QByteArray(1, '\0'));
+    writer.writePosted(socket, target == session && socket && stage == Stage::Open, head, body);
 }
 
-void Connection::beginClose(const std::shared_ptr<Session> &target,
+void Connection::beginClose(const std::shared_ptr<ConnectionState> &target,
                             const QByteArray &disconnectFrame)
 {
     if (target != session || !socket || stage != Stage::Open)
         return;
     session->closing();
-    stomp::SyncLocker locker(&writeLock);
     // Whatever is still submitted follows the DISCONNECT through this thread.
-    closeDirect();
-    writeLocked(disconnectFrame);
+    writer.write(socket, disconnectFrame, true);
 }
 
-void Connection::finish(const std::shared_ptr<Session> &target, const QString &reason)
+void Connection::finish(const std::shared_ptr<ConnectionState> &target, const QString &reason)
 {
     if (target != session)
         return;
@@ -293,17 +165,7 @@ void Connection::finish(const std::shared_ptr<Session> &target, const QString &r
 
 void Connection::sendConnect()
 {
-    Frame connectFrame("CONNECT");
-    connectFrame.add("accept-version", "1.2");
-    connectFrame.add("host", session->address.host.toUtf8());
-    const QByteArray beat = QByteArray::number(settings.heartBeatMs);
-    connectFrame.add("heart-beat", beat + ',' + beat);
-    if (!settings.login.isEmpty())
-        connectFrame.add("login", settings.login.toUtf8());
-    if (!settings.passcode.isEmpty())
-        connectFrame.add("passcode", settings.passcode.toUtf8());
-    if (!clientId.isEmpty())
-        connectFrame.add("client-id", clientId);
+    const Frame connectFrame = stomp::connectFrame(session->address.host, settings, clientId);
     stage = Stage::AwaitConnected;
     lastRead.start();
     write(encodeFrame(connectFrame));
@@ -359,11 +221,10 @@ void Connection::handleHandshake(const Frame &frame)
         return;
     }
     if (stage == Stage::AwaitConnected && frame.command == "CONNECTED") {
-        const QByteArray version = frame.header("version", "1.0");
-        if (version != "1.2") {
-            end(QStringLiteral("Cannot connect to the message broker at %1: it speaks STOMP %2, "
-                               "this transport needs 1.2.")
-                    .arg(label, QString::fromUtf8(version)));
+        const QString problem = connectedProblem(frame);
+        if (!problem.isEmpty()) {
+            end(QStringLiteral("Cannot connect to the message broker at %1: %2.")
+                    .arg(label, problem));
             return;
         }
         startHeartBeats(frame.header("heart-beat", "0,0"));
@@ -383,12 +244,7 @@ void Connection::handleHandshake(const Frame &frame)
         if (!session->address.tls) {
             // TLS records come from QSslSocket alone; a plain socket takes
             // frames from the calling threads.
-            // A descriptor of our own: QTcpSocket closes its one on an error
-            // before we hear of it, and a caller must never write to a
-            // number that the process may have reused by then.
-            stomp::SyncLocker locker(&writeLock);
-            directDescriptor = ::fcntl(int(socket->socketDescriptor()), F_DUPFD_CLOEXEC, 0);
-            directSession = session.get();
+            writer.attach(socket, session.get());
         }
         session->opened();
         return;
@@ -429,24 +285,20 @@ void Connection::handleOpen(const Frame &frame)
 
 void Connection::startHeartBeats(const QByteArray &serverHeartBeat)
 {
-    const QList<QByteArray> parts = serverHeartBeat.split(',');
-    const int serverSends = parts.size() == 2 ? parts.at(0).trimmed().toInt() : 0;
-    const int serverWants = parts.size() == 2 ? parts.at(1).trimmed().toInt() : 0;
-    const int ours = settings.heartBeatMs;
-    sendEveryMs = (ours > 0 && serverWants > 0) ? qMax(ours, serverWants) : 0;
-    expectEveryMs = (ours > 0 && serverSends > 0) ? qMax(ours, serverSends) : 0;
+    const HeartBeats beats = negotiateHeartBeats(settings.heartBeatMs, serverHeartBeat);
+    sendEveryMs = beats.sendEveryMs;
+    expectEveryMs = beats.expectEveryMs;
     if (sendEveryMs > 0)
         sendTimer->start(qMax(sendEveryMs / 2, 10));
     if (expectEveryMs > 0)
         receiveTimer->start(qMax(expectEveryMs / 4, 10));
     lastRead.restart();
-    markWritten();
 }
 
 void Connection::sendHeartBeat()
 {
     // Any frame counts as a sign of life; an EOL is the cheapest one.
-    if (socket && msSinceWrite() >= sendEveryMs / 2)
+    if (socket && writer.msSinceWrite() >= sendEveryMs / 2)
         write(QByteArrayLiteral("\n"));
 }
 
@@ -506,7 +358,7 @@ void Connection::end(const QString &reason)
 {
     if (!session)
         return;
-    const std::shared_ptr<Session> ending = session;
+    const std::shared_ptr<ConnectionState> ending = session;
     const bool lost = ending->closed(reason);
     dropSocket();
     if (lost) {
@@ -523,13 +375,7 @@ void Connection::dropSocket()
     receiveTimer->stop();
     if (!socket)
         return;
-    {
-        stomp::SyncLocker locker(&writeLock);
-        closeDirect();
-        directSession = nullptr;
-        socketBuffered = false;
-        pending.clear();
-    }
+    writer.reset();
     QTcpSocket *gone = socket;
     socket = nullptr;
     gone->disconnect(this);
@@ -539,41 +385,20 @@ void Connection::dropSocket()
 
 void Connection::write(const QByteArray &bytes)
 {
-    stomp::SyncLocker locker(&writeLock);
-    writeLocked(bytes);
-}
-
-void Connection::writeLocked(const QByteArray &bytes)
-{
-    // The rest of a caller's frame goes first.
-    if (!pending.isEmpty()) {
-        socket->write(pending);
-        pending.clear();
-    }
-    socket->write(bytes);
-    socketBuffered = true;
-    markWritten();
+    writer.write(socket, bytes);
 }
 
 QString Connection::brokerRefusal(const Frame &error) const
 {
     const QString label = session->address.label();
-    const QString message = brokerMessage(error);
     if (stage == Stage::AwaitSubscribed) {
         return QStringLiteral("The message broker at %1 refused the subscription to this "
                               "connection's reply queue: %2")
-            .arg(label, message);
+            .arg(label, brokerMessage(error));
     }
-    if (settings.login.isEmpty()) {
-        return QStringLiteral("The message broker at %1 refused the connection: %2%3 No broker "
-                              "login is configured: set NUV_STOMP_LOGIN and NUV_STOMP_PASSCODE "
-                              "(or login and passcode in nuvactivemqclient.conf).")
-            .arg(label, message,
-                 message.endsWith(QLatin1Char('.')) ? QString() : QStringLiteral("."));
-    }
-    return QStringLiteral("The message broker at %1 refused the connection for broker user "
-                          "\"%2\": %3")
-        .arg(label, settings.login, message);
+    return connectRefusal(label, settings, error,
+                          QStringLiteral("set NUV_STOMP_LOGIN and NUV_STOMP_PASSCODE (or login and "
+                                         "passcode in nuvactivemqclient.conf)."));
 }
 
 QString Connection::lostText(const QString &what) const

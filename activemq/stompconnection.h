@@ -3,17 +3,16 @@
 #define STOMPCONNECTION_H
 
 #include "brokerconfig.h"
-#include "session.h"
+#include "connectionstate.h"
+#include "directwriter.h"
 #include "stompparser.h"
 
 #include <QAbstractSocket>
 #include <QElapsedTimer>
 #include <QLoggingCategory>
-#include <QMutex>
 #include <QObject>
 #include <QTimer>
 
-#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -36,10 +35,10 @@ extern const QByteArray replySubscription;
  * but for submit(), is only ever called there (callers post to it). It
  * opens the socket, runs the handshake (CONNECT, CONNECTED, SUBSCRIBE to
  * the reply destination and its RECEIPT), keeps heart-beats going both ways,
- * and routes every frame that arrives into the current Session.
+ * and routes every frame that arrives into the current ConnectionState.
  *
  * One object serves the transport's whole life; each connect brings a new
- * Session, and work posted for an older one is ignored.
+ * ConnectionState, and work posted for an older one is ignored.
  */
 class Connection : public QObject
 {
@@ -53,7 +52,7 @@ public:
     explicit Connection(LostHandler onLost, QObject *parent = nullptr);
     ~Connection() override;
 
-    void open(const std::shared_ptr<Session> &session, const BrokerSettings &settings,
+    void open(const std::shared_ptr<ConnectionState> &session, const BrokerSettings &settings,
               const QByteArray &clientId);
     // Any thread: writes an encoded frame, head (with the blank line), body
     // and NUL. On an open plain TCP connection whose earlier bytes have all
@@ -61,32 +60,22 @@ public:
     // a hand-over to the I/O thread costs a thread wake-up and an event-loop
     // turn per request. Otherwise the frame queues behind those bytes on the
     // I/O thread.
-    void submit(const std::shared_ptr<Session> &session, const QByteArray &head,
+    void submit(const std::shared_ptr<ConnectionState> &session, const QByteArray &head,
                 const QByteArray &body);
     // Any thread: runs `work` on the I/O thread, in the order posted.
     void post(std::function<void()> work);
     // Marks the session as closing (so the broker's hang-up is no loss) and
     // writes the DISCONNECT frame.
-    void beginClose(const std::shared_ptr<Session> &session, const QByteArray &disconnectFrame);
+    void beginClose(const std::shared_ptr<ConnectionState> &session,
+                    const QByteArray &disconnectFrame);
     // Ends the session now, without reporting a loss.
-    void finish(const std::shared_ptr<Session> &session, const QString &reason);
+    void finish(const std::shared_ptr<ConnectionState> &session, const QString &reason);
 
 private:
     enum class Stage { Idle, TcpConnecting, AwaitConnected, AwaitSubscribed, Open };
 
-    void send(const std::shared_ptr<Session> &session, const QByteArray &head,
+    void send(const std::shared_ptr<ConnectionState> &session, const QByteArray &head,
               const QByteArray &body);
-    // Whether the calling thread may write to the socket now; writeLock held.
-    bool directWritable(const Session *target) const;
-    // Writes as much of the frame as the socket takes without blocking and
-    // leaves the rest in `pending`; writeLock held.
-    void writeDirect(const QByteArray &head, const QByteArray &body,
-                     const std::shared_ptr<Session> &target);
-    void flushPending();
-    // Callers write to the socket no more; writeLock held.
-    void closeDirect();
-    void markWritten();
-    qint64 msSinceWrite() const;
     void sendConnect();
     void onReadyRead();
     void handle(const Frame &frame);
@@ -102,13 +91,11 @@ private:
     void end(const QString &reason);
     void dropSocket();
     void write(const QByteArray &bytes);
-    // write() with writeLock already held.
-    void writeLocked(const QByteArray &bytes);
     QString brokerRefusal(const Frame &error) const;
     QString lostText(const QString &what) const;
 
     LostHandler onLost;
-    std::shared_ptr<Session> session;
+    std::shared_ptr<ConnectionState> session;
     BrokerSettings settings;
     QByteArray clientId;
     QTcpSocket *socket = nullptr;
@@ -117,26 +104,11 @@ private:
     QTimer *sendTimer;
     QTimer *receiveTimer;
     QElapsedTimer lastRead;
-    // Written by callers too (direct writes), so a plain clock value: any
-    // frame counts as a sign of life, and no heart-beat goes out, and
-    // pushes the next request onto the I/O thread, while requests flow.
-    std::atomic<qint64> lastWriteAt { 0 }; // steady clock, ms
     QString lastBrokerError;
     int sendEveryMs = 0;
     int expectEveryMs = 0;
-
-    // Shared with the calling threads that submit frames. Every byte goes
-    // to the socket under this lock, so frames never interleave, and a
-    // caller writes only when nothing written earlier still waits in the
-    // QTcpSocket's buffer, in `pending` or in a posted send.
-    mutable QMutex writeLock;
-    // A duplicate of the socket's descriptor; -1 while callers must post
-    // (TLS, not open, closing).
-    int directDescriptor = -1;
-    const Session *directSession = nullptr;
-    int postedSends = 0;
-    bool socketBuffered = false; // the QTcpSocket holds bytes not yet written
-    QByteArray pending; // the part of a frame that a caller could not write at once
+    // Shared with the calling threads that submit frames.
+    DirectWriter writer;
 };
 
 } // namespace stomp

@@ -15,13 +15,16 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
 {
     if (refusedInsideExchange() || refusedUnderOwnLock())
         return false;
-    nuv::OperationLocker locker(mutex, lockHolder);
+    nuv::OperationLocker locker(&operationLock, lockHolder);
 
-    // Kept even when the login fails, so a host can show what was tried.
-    username = user;
-    password = pass;
-    this->host = host;
-    this->port = port;
+    {
+        // Kept even when the login fails, so a host can show what was tried.
+        nuv::MutexLocker state(&stateLock);
+        username = user;
+        password = pass;
+        this->host = host;
+        this->port = port;
+    }
 
     QString loadError;
     if (!loadMQPlugin(loadError)) {
@@ -51,13 +54,16 @@ bool NuvClassifyClient::connectToNuvKESP(QString host, int port, QString user, Q
                             "and client to the same version."));
             return false;
         }
-        disconnected = false;
-        userRoles = reply.dataList;
-        fullUserName = reply.docId;
-        // The first entry is not a plugin name.
-        availablePlugins = reply.availablePlugins;
-        if (!availablePlugins.isEmpty())
-            availablePlugins.removeFirst();
+        {
+            nuv::MutexLocker state(&stateLock);
+            disconnected = false;
+            userRoles = reply.dataList;
+            fullUserName = reply.docId;
+            // The first entry is not a plugin name.
+            availablePlugins = reply.availablePlugins;
+            if (!availablePlugins.isEmpty())
+                availablePlugins.removeFirst();
+        }
         setLastError(QString());
         return true;
     }

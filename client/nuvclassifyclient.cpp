@@ -4,8 +4,7 @@
 #include "nuvmqclientinterface.h"
 
 NuvClassifyClient::NuvClassifyClient(QString pluginPath)
-    : mutex(new QMutex)
-    , pluginPath(std::move(pluginPath))
+    : pluginPath(std::move(pluginPath))
 { }
 
 NuvClassifyClient::~NuvClassifyClient()
@@ -13,8 +12,6 @@ NuvClassifyClient::~NuvClassifyClient()
     disconnectFromNuvKESP();
     delete mqClient;
     mqClient = nullptr;
-    delete mutex;
-    mutex = nullptr;
 }
 
 ClassifyInterface *NuvClassifyClient::createInstance(QString pluginPath)
@@ -26,7 +23,10 @@ ClassifyInterface *NuvClassifyClient::createInstance(QString pluginPath)
 
 void NuvClassifyClient::emitDisconnected()
 {
-    disconnected = true;
+    {
+        nuv::MutexLocker locker(&stateLock);
+        disconnected = true;
+    }
     emit clientDisconnect();
 }
 
@@ -79,40 +79,48 @@ QString NuvClassifyClient::getCurrentArchive()
 
 QString NuvClassifyClient::getUsername()
 {
+    nuv::MutexLocker locker(&stateLock);
     return username;
 }
 
 QString NuvClassifyClient::getPass()
 {
+    nuv::MutexLocker locker(&stateLock);
     return password;
 }
 
 QString NuvClassifyClient::getHost()
 {
+    nuv::MutexLocker locker(&stateLock);
     return host;
 }
 
 int NuvClassifyClient::getPort()
 {
+    nuv::MutexLocker locker(&stateLock);
     return port;
 }
 
 QString NuvClassifyClient::getFullUserName()
 {
+    nuv::MutexLocker locker(&stateLock);
     return fullUserName;
 }
 
 QString NuvClassifyClient::getCfId()
 {
+    nuv::MutexLocker locker(&stateLock);
     return cfId;
 }
 
 QStringList NuvClassifyClient::getUserRoles()
 {
+    nuv::MutexLocker locker(&stateLock);
     return userRoles;
 }
 
 QStringList NuvClassifyClient::getAvailablePlugins()
 {
+    nuv::MutexLocker locker(&stateLock);
     return availablePlugins;
 }

@@ -4,11 +4,9 @@
 
 #include "classifyinterface.h"
 #include "command.h"
-#include "mutexlocker.h"
 #include "nuvkespclassifyblock.h"
 #include "nuvmqclassifymessage.h"
-
-#include <QMutex>
+#include "operationlocker.h"
 
 #include <atomic>
 
@@ -239,7 +237,7 @@ private:
     {
         if (refusedInsideExchange() || (command.locked && refusedUnderOwnLock()))
             return failure;
-        nuv::OperationLocker locker(command.locked ? mutex : nullptr, lockHolder);
+        nuv::OperationLocker locker(command.locked ? &operationLock : nullptr, lockHolder);
         NuvKespClassifyBlock reply;
         if (!exchange(command, std::move(request), reply))
             return failure;
@@ -276,39 +274,40 @@ private:
 
     void setLastError(const QString &text);
 
-    qint64 profileId = 0;
-    nuvMQClientInterface *mqClient = nullptr;
-    nuvMQClassifyMessage requestMessage;
-    nuvMQClassifyMessage replyMessage;
-    QString lastError;
-    QStringList availablePlugins;
-    bool disconnected = false;
-    QStringList userRoles;
-    QString username;
-    QString password;
-    QString host;
-    int port = 0;
-    QMutex *mutex;
-    QString fullUserName;
-    QString pluginPath;
-    QString currentArchive;
-    QString updateString;
-    QString cfId;
-
-    // Two short locks of our own, taken through nuv::MutexLocker.
+    // The operation lock: whole operations that need the session to stay as
+    // it is (login, the commands marked locked) run one at a time under it.
+    nuv::Mutex operationLock;
+    // Two short locks, never held while a signal is emitted.
     // `exchangeLock` keeps the shared request and reply messages consistent
     // while a transport call is under way, so that the operations that skip
-    // `mutex` cannot interleave on them; it is never held while a signal is
-    // emitted. `stateLock` guards the session members that such operations
-    // write (last error, archive, update marker) for the few instructions a
-    // copy takes.
-    QMutex exchangeLock;
-    mutable QMutex stateLock;
+    // the operation lock cannot interleave on them. `stateLock` guards the
+    // session members, which operations write and the accessors read from
+    // any thread, for the few instructions a copy takes.
+    nuv::Mutex exchangeLock;
+    mutable nuv::Mutex stateLock;
+
+    std::atomic<qint64> profileId { 0 };
+    nuvMQClientInterface *mqClient = nullptr;
+    nuvMQClassifyMessage requestMessage NUV_GUARDED_BY(exchangeLock);
+    nuvMQClassifyMessage replyMessage NUV_GUARDED_BY(exchangeLock);
+    QString lastError NUV_GUARDED_BY(stateLock);
+    QStringList availablePlugins NUV_GUARDED_BY(stateLock);
+    bool disconnected NUV_GUARDED_BY(stateLock) = false;
+    QStringList userRoles NUV_GUARDED_BY(stateLock);
+    QString username NUV_GUARDED_BY(stateLock);
+    QString password NUV_GUARDED_BY(stateLock);
+    QString host NUV_GUARDED_BY(stateLock);
+    int port NUV_GUARDED_BY(stateLock) = 0;
+    QString fullUserName NUV_GUARDED_BY(stateLock);
+    QString pluginPath;
+    QString currentArchive NUV_GUARDED_BY(stateLock);
+    QString updateString NUV_GUARDED_BY(stateLock);
+    QString cfId NUV_GUARDED_BY(stateLock);
     // The thread inside a transport call, if any. The transport may reach
     // the client from within that call (connectionLost delivered directly);
     // an exchange started from there would wait on `exchangeLock` for ever.
     std::atomic<Qt::HANDLE> exchangingThread { nullptr };
-    // The thread holding `mutex`, if any; kept by nuv::OperationLocker.
+    // The thread holding `operationLock`, if any; kept by nuv::OperationLocker.
     std::atomic<Qt::HANDLE> lockHolder { nullptr };
 };
 

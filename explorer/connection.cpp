@@ -47,7 +47,7 @@ Connection::~Connection()
     thread.wait();
     // The worker's last task ended with the queue's lock; taking it once
     // more orders all it did before what goes now.
-    std::lock_guard<std::mutex> locked(queueLock);
+    nuv::MutexLocker locked(&queueLock);
     delete worker;
 }
 
@@ -117,7 +117,7 @@ void Connection::call(const QString &operation, const QString &arguments, Body b
 void Connection::toWorker(Task task, Qt::ConnectionType type)
 {
     {
-        std::lock_guard<std::mutex> locked(queueLock);
+        nuv::MutexLocker locked(&queueLock);
         workerTasks.push_back(std::move(task));
     }
     QMetaObject::invokeMethod(worker, "runNext", type);
@@ -127,7 +127,7 @@ void Connection::runNext()
 {
     Task task;
     {
-        std::lock_guard<std::mutex> locked(queueLock);
+        nuv::MutexLocker locked(&queueLock);
         if (workerTasks.empty())
             return;
         task = std::move(workerTasks.front());
@@ -136,13 +136,13 @@ void Connection::runNext()
     task();
     // Taking the lock once more orders what the task did before whatever
     // the window's thread does after its next lock (the end, say).
-    std::lock_guard<std::mutex> locked(queueLock);
+    nuv::MutexLocker locked(&queueLock);
 }
 
 void Connection::toWindow(Task task)
 {
     {
-        std::lock_guard<std::mutex> locked(queueLock);
+        nuv::MutexLocker locked(&queueLock);
         windowTasks.push_back(std::move(task));
     }
     QMetaObject::invokeMethod(this, "deliver", Qt::QueuedConnection);
@@ -152,7 +152,7 @@ void Connection::deliver()
 {
     std::deque<Task> tasks;
     {
-        std::lock_guard<std::mutex> locked(queueLock);
+        nuv::MutexLocker locked(&queueLock);
         tasks.swap(windowTasks);
     }
     for (Task &task : tasks)

@@ -2,6 +2,8 @@
 #ifndef NUVEXPLORER_CONNECTION_H
 #define NUVEXPLORER_CONNECTION_H
 
+#include "nuvmutex.h"
+
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QMap>
@@ -13,7 +15,6 @@
 
 #include <deque>
 #include <functional>
-#include <mutex>
 
 class ClassifyInterface;
 
@@ -132,9 +133,9 @@ private:
 
     QThread thread;
     CallRunner *worker = nullptr;
-    std::mutex queueLock;
-    std::deque<Task> workerTasks;
-    std::deque<Task> windowTasks;
+    nuv::Mutex queueLock;
+    std::deque<Task> workerTasks NUV_GUARDED_BY(queueLock);
+    std::deque<Task> windowTasks NUV_GUARDED_BY(queueLock);
     QPluginLoader loader;
     ClassifyInterface *root = nullptr;
     QString loadedFile;

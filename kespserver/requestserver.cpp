@@ -2,13 +2,13 @@
 #include "requestserver.h"
 
 #include "base64text.h"
+#include "connectionstate.h"
 #include "exitstatus.h"
 #include "fieldvalues.h"
 #include "logtext.h"
 #include "protocolwords.h"
 #include "senderidentity.h"
 #include "serverengine.h"
-#include "session.h"
 
 #include <QDateTime>
 #include <QDeadlineTimer>
@@ -42,7 +42,7 @@ void refuse(nuvMQClassifyMessage &reply, const QString &text)
     reply.errorText = text;
 }
 
-bool subscribeToConnectionAdvisories(BrokerLink &link)
+bool subscribeToConnectionAdvisories(stomp::BlockingClient &link)
 {
     stomp::Frame subscribe("SUBSCRIBE");
     subscribe.add("id", advisorySubscriptionId).add("destination", connectionAdvisoryTopic);

@@ -2,7 +2,7 @@
 #ifndef KESPSERVER_REQUESTSERVER_H
 #define KESPSERVER_REQUESTSERVER_H
 
-#include "brokerlink.h"
+#include "blockingclient.h"
 #include "metrics.h"
 #include "nuvmqclassifymessage.h"
 #include "peercheck.h"
@@ -111,7 +111,7 @@ private:
     void connectionClosed(const stomp::Frame &advisory);
 
     const ServerConfig &config;
-    BrokerLink link;
+    stomp::BlockingClient link;
     ServerCounters counters;
     // After the counters: its workers count in them until they end.
     WorkerPool pool;

@@ -22,7 +22,7 @@ void metric(QByteArray &out, const char *name, const char *type, const char *hel
 
 void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     ++requestCount;
     errorCount += failed ? 1 : 0;
     replayedCount += replayed ? 1 : 0;
@@ -44,13 +44,13 @@ void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
 
 void ServerCounters::expired()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     ++expiredCount;
 }
 
 void ServerCounters::connected(const QString &broker)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     ++connectCount;
     brokerLabel = broker;
     connectedSince = QDateTime::currentDateTimeUtc();
@@ -58,55 +58,55 @@ void ServerCounters::connected(const QString &broker)
 
 void ServerCounters::disconnected()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     connectedSince = QDateTime();
 }
 
 void ServerCounters::setWorkers(int count)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     workers = count;
 }
 
 void ServerCounters::engineEntered()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     runningPeak = qMax(runningPeak, ++runningNow);
 }
 
 void ServerCounters::engineLeft()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     --runningNow;
 }
 
 int ServerCounters::running() const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     return runningNow;
 }
 
 int ServerCounters::peakRunning() const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     return runningPeak;
 }
 
 qint64 ServerCounters::requests() const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     return requestCount;
 }
 
 bool ServerCounters::isConnected() const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     return connectedSince.isValid();
 }
 
 QString ServerCounters::statusLine() const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     QVector<qint64> sorted = recent;
     std::sort(sorted.begin(), sorted.end());
     const auto at = [&](double share) {
@@ -134,7 +134,7 @@ QString ServerCounters::statusLine() const
 
 QByteArray ServerCounters::prometheusText() const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     QByteArray out;
     metric(out, "nuvkesp_requests_total", "counter", "Requests run (answered or one-way).",
            requestCount);

@@ -2,13 +2,14 @@
 #ifndef KESPSERVER_SERVERCOUNTERS_H
 #define KESPSERVER_SERVERCOUNTERS_H
 
+#include "nuvmutex.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QString>
 #include <QVector>
 
 #include <array>
-#include <mutex>
 
 namespace kesp {
 
@@ -45,22 +46,23 @@ public:
         = { 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1, 2.5, 10 };
 
 private:
-    mutable std::mutex mutex;
-    qint64 requestCount = 0;
-    qint64 errorCount = 0;
-    qint64 expiredCount = 0;
-    qint64 replayedCount = 0;
-    qint64 connectCount = 0;
-    int workers = 1;
-    int runningNow = 0;
-    int runningPeak = 0;
-    qint64 totalMicros = 0;
-    qint64 maxMicros = 0;
-    std::array<qint64, bucketBounds.size()> buckets {}; // not cumulative
-    QVector<qint64> recent; // ring of the last latencies
-    int next = 0;
-    QString brokerLabel;
-    QDateTime connectedSince;
+    mutable nuv::Mutex mutex;
+    qint64 requestCount NUV_GUARDED_BY(mutex) = 0;
+    qint64 errorCount NUV_GUARDED_BY(mutex) = 0;
+    qint64 expiredCount NUV_GUARDED_BY(mutex) = 0;
+    qint64 replayedCount NUV_GUARDED_BY(mutex) = 0;
+    qint64 connectCount NUV_GUARDED_BY(mutex) = 0;
+    int workers NUV_GUARDED_BY(mutex) = 1;
+    int runningNow NUV_GUARDED_BY(mutex) = 0;
+    int runningPeak NUV_GUARDED_BY(mutex) = 0;
+    qint64 totalMicros NUV_GUARDED_BY(mutex) = 0;
+    qint64 maxMicros NUV_GUARDED_BY(mutex) = 0;
+    // not cumulative
+    std::array<qint64, bucketBounds.size()> buckets NUV_GUARDED_BY(mutex) {};
+    QVector<qint64> recent NUV_GUARDED_BY(mutex); // ring of the last latencies
+    int next NUV_GUARDED_BY(mutex) = 0;
+    QString brokerLabel NUV_GUARDED_BY(mutex);
+    QDateTime connectedSince NUV_GUARDED_BY(mutex);
     const QDateTime started = QDateTime::currentDateTimeUtc();
 };
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "workerpool.h"
 
-#include <chrono>
 #include <cstdint>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -18,11 +17,11 @@ WorkerPool::WorkerPool(const std::vector<nuvserver::ServerEngine *> &engines)
 WorkerPool::~WorkerPool()
 {
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        nuv::MutexLocker lock(&mutex);
         quitting = true;
         queue.clear();
+        wake.wakeAll();
     }
-    wake.notify_all();
     for (std::thread &thread : threads)
         thread.join();
     if (readyFd >= 0)
@@ -32,18 +31,18 @@ WorkerPool::~WorkerPool()
 void WorkerPool::submit(Job job, std::function<void()> done)
 {
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        nuv::MutexLocker lock(&mutex);
         queue.push_back({ std::move(job), std::move(done) });
+        wake.wakeOne();
     }
     ++submitted;
-    wake.notify_one();
 }
 
 int WorkerPool::collect()
 {
     std::deque<std::function<void()>> ready;
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        nuv::MutexLocker lock(&mutex);
         ready.swap(finished);
         // Reset under the lock: a job that finishes after this sets it again.
         std::uint64_t count = 0;
@@ -61,29 +60,34 @@ int WorkerPool::collect()
 
 bool WorkerPool::waitFinished(int waitMs)
 {
-    std::unique_lock<std::mutex> lock(mutex);
-    return finishedChanged.wait_for(lock, std::chrono::milliseconds(waitMs > 0 ? waitMs : 0),
-                                    [this] { return !finished.empty(); });
+    const QDeadlineTimer deadline(waitMs > 0 ? waitMs : 0);
+    nuv::MutexLocker lock(&mutex);
+    while (finished.empty()) {
+        if (!mutex.wait(finishedChanged, deadline))
+            return !finished.empty();
+    }
+    return true;
 }
 
 void WorkerPool::loop(nuvserver::ServerEngine *engine)
 {
-    std::unique_lock<std::mutex> lock(mutex);
+    nuv::MutexLocker lock(&mutex);
     for (;;) {
-        wake.wait(lock, [this] { return quitting || !queue.empty(); });
+        while (!quitting && queue.empty())
+            mutex.wait(wake);
         if (quitting)
             return;
         Entry entry = std::move(queue.front());
         queue.pop_front();
-        lock.unlock();
+        mutex.unlock();
         entry.job(*engine);
-        lock.lock();
+        mutex.lock();
         finished.push_back(std::move(entry.done));
         const std::uint64_t one = 1;
         if (write(readyFd, &one, sizeof one) < 0) {
             // The counter cannot overflow at one per job; nothing to do.
         }
-        finishedChanged.notify_all();
+        finishedChanged.wakeAll();
     }
 }
 

@@ -2,10 +2,10 @@
 #ifndef KESPSERVER_WORKERPOOL_H
 #define KESPSERVER_WORKERPOOL_H
 
-#include <condition_variable>
+#include "nuvmutex.h"
+
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -61,12 +61,12 @@ private:
 
     void loop(nuvserver::ServerEngine *engine);
 
-    std::mutex mutex;
-    std::condition_variable wake; // workers: a job or the end
-    std::condition_variable finishedChanged; // waitFinished()
-    std::deque<Entry> queue; // guarded by mutex
-    std::deque<std::function<void()>> finished; // guarded by mutex
-    bool quitting = false; // guarded by mutex
+    nuv::Mutex mutex;
+    QWaitCondition wake; // workers: a job or the end
+    QWaitCondition finishedChanged; // waitFinished()
+    std::deque<Entry> queue NUV_GUARDED_BY(mutex);
+    std::deque<std::function<void()>> finished NUV_GUARDED_BY(mutex);
+    bool quitting NUV_GUARDED_BY(mutex) = false;
     int readyFd = -1;
     // The serving thread's own counts.
     int submitted = 0;

@@ -2,11 +2,11 @@
 #ifndef NUVSERVER_CONTEXT_H
 #define NUVSERVER_CONTEXT_H
 
-#include "connectionstate.h"
 #include "fieldvalues.h"
 #include "nuvmqclassifymessage.h"
 #include "serverengine.h"
 #include "sql.h"
+#include "sqlconnectionstate.h"
 
 #include <QSet>
 #include <QSqlDatabase>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dialect.h"
 
-#include "connectionstate.h"
 #include "sql.h"
+#include "sqlconnectionstate.h"
 
 #include <QDir>
 #include <QFile>
@@ -27,7 +27,7 @@ namespace {
 // stops the statement with SQLITE_INTERRUPT.
 int statementTooLong(void *connection)
 {
-    const auto *state = static_cast<const ConnectionState *>(connection);
+    const auto *state = static_cast<const SqlConnectionState *>(connection);
     return state->statementClock.isValid() && state->statementLimitMs > 0
             && state->statementClock.elapsed() > state->statementLimitMs
         ? 1
@@ -40,7 +40,7 @@ int statementTooLong(void *connection)
 // the other users is what fairness is about).
 int waitForWriter(void *connection, int attempts)
 {
-    auto *state = static_cast<ConnectionState *>(connection);
+    auto *state = static_cast<SqlConnectionState *>(connection);
     if (attempts == 0)
         state->busyWait.start();
     if (state->busyWait.elapsed() >= state->busyLimitMs)
@@ -83,7 +83,7 @@ QSqlDatabase openSqlite(const DatabaseLocation &location, const QString &connect
     journal.finish();
     execPlain(db, QStringLiteral("PRAGMA synchronous = NORMAL"), nullptr);
     if (sqlite3 *handle = sqliteHandle(db)) {
-        ConnectionState *state = ConnectionState::attach(db);
+        SqlConnectionState *state = SqlConnectionState::attach(db);
         state->busyLimitMs = busyTimeoutMs;
         sqlite3_busy_handler(handle, waitForWriter, state);
     }
@@ -111,7 +111,7 @@ QSqlDatabase openPostgres(const DatabaseLocation &location, const QString &conne
                          .arg(location.describe(), db.lastError().text().trimmed());
         return QSqlDatabase();
     }
-    ConnectionState::attach(db);
+    SqlConnectionState::attach(db);
     // The busy timeout bounds the wait for the write lock; notices about
     // tables that exist already are not worth a log line.
     if (!execPlain(db, QStringLiteral("SET lock_timeout = %1").arg(busyTimeoutMs), error)
@@ -195,7 +195,7 @@ void limitStatementTime(QSqlDatabase &db, int timeoutMs)
         return;
     }
     sqlite3 *handle = sqliteHandle(db);
-    ConnectionState *state = ConnectionState::of(db);
+    SqlConnectionState *state = SqlConnectionState::of(db);
     if (!handle || !state)
         return;
     state->statementLimitMs = limit;

@@ -5,13 +5,13 @@
 #include "serverengine.h"
 
 #include "admission.h"
-#include "connectionstate.h"
 #include "context.h"
 #include "dialect.h"
 #include "fieldvalues.h"
 #include "requestlimits.h"
 #include "schema.h"
 #include "sql.h"
+#include "sqlconnectionstate.h"
 #include "transaction.h"
 
 #include <QAtomicInt>
@@ -141,7 +141,7 @@ bool ServerEngine::ensureConnection(QString *error)
         return false;
     }
     connectionThread = QThread::currentThread();
-    if (ConnectionState *state = ConnectionState::of(db))
+    if (SqlConnectionState *state = SqlConnectionState::of(db))
         state->counters = &counters;
     if (!prepareDatabase(db, error)) {
         closeConnection();

@@ -2,8 +2,8 @@
 #ifndef NUVSERVER_SERVERENGINE_H
 #define NUVSERVER_SERVERENGINE_H
 
-#include "connectionstate.h"
 #include "nuvmqclassifymessage.h"
+#include "sqlconnectionstate.h"
 
 #include <QSqlDatabase>
 #include <QString>
@@ -165,7 +165,7 @@ private:
     bool opened = false;
     QString callerLogin;
     // What the statements of the request in hand did; the connection's
-    // statements count themselves here (connectionstate.h).
+    // statements count themselves here (sqlconnectionstate.h).
     RequestCounters counters;
 };
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "sql.h"
 
-#include "connectionstate.h"
 #include "dialect.h"
+#include "sqlconnectionstate.h"
 
 #include <QSqlError>
 
@@ -31,7 +31,7 @@ bool reusable(const QString &sql)
 // The prepared statement of `sql` on `db`, prepared now when it is new.
 QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
 {
-    ConnectionState *state = ConnectionState::of(db);
+    SqlConnectionState *state = SqlConnectionState::of(db);
     if (state) {
         const auto found = state->preparedStatements.constFind(sql);
         if (found != state->preparedStatements.constEnd())
@@ -50,7 +50,7 @@ QSqlQuery preparedStatement(const QSqlDatabase &db, const QString &sql)
 // caller to count what the statement changed.
 RequestCounters *statementStarting(const QSqlDatabase &db)
 {
-    ConnectionState *state = ConnectionState::of(db);
+    SqlConnectionState *state = SqlConnectionState::of(db);
     if (!state)
         return nullptr;
     state->statementClock.start();
@@ -62,7 +62,7 @@ RequestCounters *statementStarting(const QSqlDatabase &db)
 
 void forgetPreparedStatements(const QSqlDatabase &db)
 {
-    if (ConnectionState *state = ConnectionState::of(db))
+    if (SqlConnectionState *state = SqlConnectionState::of(db))
         state->preparedStatements.clear();
 }
 

@@ -36,7 +36,7 @@ bool execPlain(QSqlDatabase &db, const QString &sql, QString *error = nullptr);
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
 // Drops the statements run() keeps prepared for `db`; before it closes.
 // Every statement on a connection of openDatabase() is counted in its
-// RequestCounters (connectionstate.h).
+// RequestCounters (sqlconnectionstate.h).
 void forgetPreparedStatements(const QSqlDatabase &db);
 // The first column of the first row, or an invalid QVariant without a row.
 QVariant scalar(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});

@@ -3,11 +3,10 @@
 
 #include "installlayout.h"
 #include "nuvmqclientinterface.h"
+#include "nuvmutex.h"
 
 #include <QFile>
 #include <QPluginLoader>
-
-#include <mutex>
 
 namespace stomp {
 
@@ -94,8 +93,8 @@ nuvMQClientInterface *transportRoot()
 {
     // Loaders on several threads share one plugin instance, which Qt guards
     // with a lock of its own that ThreadSanitizer cannot see; this one it can.
-    static std::mutex loading;
-    std::lock_guard<std::mutex> locker(loading);
+    static nuv::Mutex loading;
+    nuv::MutexLocker locker(&loading);
     QPluginLoader loader(BrokerEnv::pluginDir() + QStringLiteral("/libnuvactivemqclient.so"));
     QObject *root = loader.instance();
     if (!root) {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "responder.h"
 
-#include <chrono>
-
 namespace stomp {
 
 Responder::Responder(const Peer::Options &options, const QByteArray &queue, Handler handler)
@@ -20,16 +18,18 @@ bool Responder::begin(int timeoutMs)
 {
     end();
     {
-        std::lock_guard<std::mutex> locker(mutex);
+        nuv::MutexLocker locker(&mutex);
         start = Start::Pending;
     }
     stopping = false;
     thread = std::thread([this] { run(); });
-    std::unique_lock<std::mutex> locker(mutex);
-    if (!ready.wait_for(locker, std::chrono::milliseconds(timeoutMs),
-                        [this] { return start != Start::Pending; })) {
-        error = QStringLiteral("responder did not start in time");
-        return false;
+    const QDeadlineTimer deadline(timeoutMs);
+    nuv::MutexLocker locker(&mutex);
+    while (start == Start::Pending) {
+        if (!mutex.wait(ready, deadline) && start == Start::Pending) {
+            error = QStringLiteral("responder did not start in time");
+            return false;
+        }
     }
     return start == Start::Listening;
 }
@@ -43,13 +43,13 @@ void Responder::end()
 
 QString Responder::errorText() const
 {
-    std::lock_guard<std::mutex> locker(mutex);
+    nuv::MutexLocker locker(&mutex);
     return error;
 }
 
 QList<Responder::Request> Responder::requests() const
 {
-    std::lock_guard<std::mutex> locker(mutex);
+    nuv::MutexLocker locker(&mutex);
     return seen;
 }
 
@@ -58,11 +58,11 @@ void Responder::run()
     Peer peer;
     const bool listening = peer.open(options) && peer.subscribe("requests", queue);
     {
-        std::lock_guard<std::mutex> locker(mutex);
+        nuv::MutexLocker locker(&mutex);
         start = listening ? Start::Listening : Start::Failed;
         if (!listening)
             error = peer.errorText();
-        ready.notify_all();
+        ready.wakeAll();
     }
     if (!listening)
         return;
@@ -98,7 +98,7 @@ void Responder::answer(Peer &peer, const Frame &request)
     Request seenRequest { request, nuvMQClassifyMessage() };
     seenRequest.message.convertFromBase64(QString::fromUtf8(request.body));
     {
-        std::lock_guard<std::mutex> locker(mutex);
+        nuv::MutexLocker locker(&mutex);
         seen.append(seenRequest);
     }
     const std::optional<nuvMQClassifyMessage> answer = handler(seenRequest);

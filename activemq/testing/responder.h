@@ -3,14 +3,13 @@
 #define RESPONDER_H
 
 #include "nuvmqclassifymessage.h"
+#include "nuvmutex.h"
 #include "stomppeer.h"
 
 #include <QList>
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -63,11 +62,11 @@ private:
     const Peer::Options options;
     const QByteArray queue;
     const Handler handler;
-    mutable std::mutex mutex;
-    std::condition_variable ready;
-    enum class Start { Pending, Listening, Failed } start = Start::Pending;
-    QString error;
-    QList<Request> seen;
+    mutable nuv::Mutex mutex;
+    QWaitCondition ready;
+    enum class Start { Pending, Listening, Failed } start NUV_GUARDED_BY(mutex) = Start::Pending;
+    QString error NUV_GUARDED_BY(mutex);
+    QList<Request> seen NUV_GUARDED_BY(mutex);
     std::atomic<bool> stopping { false };
     std::atomic<int> answeredCount { 0 };
     std::atomic<bool> lostConnection { false };

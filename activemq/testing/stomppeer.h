@@ -2,21 +2,16 @@
 #ifndef STOMPPEER_H
 #define STOMPPEER_H
 
-#include "stompframe.h"
-#include "stompparser.h"
+#include "blockingclient.h"
 
 #include <QString>
-
-#include <memory>
-
-class QTcpSocket;
 
 namespace stomp {
 
 /*
- * A minimal blocking STOMP client on one socket, for the other end of the
- * tests and for raw measurements: no threads of its own, no heart-beats, no
- * event loop. Use it on one thread only (the one that connected it).
+ * The blocking client as the other end of the tests and raw measurements
+ * use it: plain TCP, no heart-beats, subscriptions with automatic
+ * acknowledgement. Use it on one thread only (the one that connected it).
  */
 class Peer
 {
@@ -40,7 +35,7 @@ public:
     bool subscribe(const QByteArray &id, const QByteArray &destination, int timeoutMs = 10000);
     bool send(const Frame &frame);
     // The next frame (heart-beats skipped); false on time-out or when the
-    // connection is gone (then closed() is true).
+    // connection is gone (then closed() is true and errorText() says why).
     bool receive(Frame *frame, int timeoutMs);
     // Waits for the RECEIPT with this id, failing on an ERROR.
     bool awaitReceipt(const QByteArray &receiptId, int timeoutMs);
@@ -49,12 +44,10 @@ public:
     void abort();
 
     bool closed() const;
-    QString errorText() const { return error; }
+    QString errorText() const { return client.errorText(); }
 
 private:
-    std::unique_ptr<QTcpSocket> socket;
-    Parser parser;
-    QString error;
+    BlockingClient client;
 };
 
 } // namespace stomp

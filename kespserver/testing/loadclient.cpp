@@ -4,17 +4,15 @@
 #include "brokerenv.h"
 #include "nuvmqclassifymessage.h"
 #include "nuvmqclientinterface.h"
+#include "nuvmutex.h"
 #include "protocolwords.h"
-#include "tsansync.h"
 
 #include <QElapsedTimer>
-#include <QMutex>
+#include <QWaitCondition>
 
 #include <algorithm>
-#include <condition_variable>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -44,23 +42,24 @@ public:
 
     void arrive()
     {
-        std::unique_lock<std::mutex> lock(mutex);
+        nuv::MutexLocker lock(&mutex);
         if (--waiting == 0) {
             if (onStart)
                 onStart();
             wall.start();
-            opened.notify_all();
+            opened.wakeAll();
             return;
         }
-        opened.wait(lock, [this] { return waiting == 0; });
+        while (waiting != 0)
+            mutex.wait(opened);
     }
 
     QElapsedTimer wall; // started when the line opens
 
 private:
-    std::mutex mutex;
-    std::condition_variable opened;
-    int waiting;
+    nuv::Mutex mutex;
+    QWaitCondition opened;
+    int waiting NUV_GUARDED_BY(mutex);
     const std::function<void()> &onStart;
 };
 
@@ -107,7 +106,7 @@ nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
 
 // One caller: connects, logs in, waits at the start line, sends its share
 // (or for the plan's time) and records the outcome.
-void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMutex *mutex,
+void runShare(const LoadPlan &plan, int index, int count, StartLine *line, nuv::Mutex *mutex,
               LoadResult *total)
 {
     LoadResult mine;
@@ -159,8 +158,7 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMute
     }
     if (connected)
         transport->disconnectFromBroker();
-    // A lock whose order ThreadSanitizer sees, unlike QMutexLocker's.
-    stomp::SyncLocker lock(mutex);
+    nuv::MutexLocker lock(mutex);
     total->answered += mine.answered;
     total->failures += mine.failures;
     total->latenciesMicros += mine.latenciesMicros;
@@ -171,7 +169,7 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, QMute
 LoadResult runLoad(const LoadPlan &plan)
 {
     LoadResult result;
-    QMutex mutex;
+    nuv::Mutex mutex;
     StartLine line(plan.threads, plan.onStart);
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
     std::vector<std::thread> threads;

@@ -5,12 +5,12 @@
 // the transport's form, and sessions end when their connection closes or
 // sits idle.
 
+#include "connectionstate.h"
 #include "kesptest.h"
 #include "loadclient.h"
 #include "nuvmqclientinterface.h"
 #include "senderidentity.h"
 #include "serverprocess.h"
-#include "session.h"
 #include "stomppeer.h"
 
 #include <QUuid>

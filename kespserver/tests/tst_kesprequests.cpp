@@ -4,7 +4,7 @@
 // as given up by its caller; how it writes what clients chose into its log;
 // and how its broker link judges the broker's heart-beats.
 
-#include "brokerlink.h"
+#include "blockingclient.h"
 #include "fakebroker.h"
 #include "logtext.h"
 #include "requestserver.h"
@@ -213,7 +213,7 @@ void KespRequests::beatsWaitingAfterALongRequestCount()
     address.port = port;
     stomp::BrokerSettings settings;
     settings.heartBeatMs = 50;
-    kesp::BrokerLink link;
+    stomp::BlockingClient link;
     QVERIFY2(link.open(address, settings), qPrintable(link.errorText()));
     // A request that keeps the thread from reading for several intervals:
     // the beats that came meanwhile wait in the socket and must count.

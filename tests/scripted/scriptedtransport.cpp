@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "scriptedtransport.h"
 
+#include "nuvmutex.h"
+
 #include <QQueue>
 #include <QSet>
-
-#include <mutex>
 
 namespace {
 
@@ -16,18 +16,16 @@ struct ScriptedAnswer
 
 // Shared by every object of this plugin, so that a test reaches the
 // transport a client created for itself through the plugin's root object.
-// A standard mutex: a ThreadSanitizer build sees the order it gives, which
-// it cannot for QMutex, whose locking lives in uninstrumented Qt code.
 struct ScriptState
 {
-    mutable std::mutex lock;
-    QQueue<ScriptedAnswer> answers;
-    ScriptedTransportControl::Responder responder;
-    QString connectRefusal;
-    QString authToken = QStringLiteral("scripted-token");
-    QList<ScriptedExchange> exchanges;
-    QStringList calls;
-    QSet<ScriptedTransport *> live;
+    mutable nuv::Mutex lock;
+    QQueue<ScriptedAnswer> answers NUV_GUARDED_BY(lock);
+    ScriptedTransportControl::Responder responder NUV_GUARDED_BY(lock);
+    QString connectRefusal NUV_GUARDED_BY(lock);
+    QString authToken NUV_GUARDED_BY(lock) = QStringLiteral("scripted-token");
+    QList<ScriptedExchange> exchanges NUV_GUARDED_BY(lock);
+    QStringList calls NUV_GUARDED_BY(lock);
+    QSet<ScriptedTransport *> live NUV_GUARDED_BY(lock);
 };
 
 ScriptState &state()
@@ -40,7 +38,7 @@ ScriptState &state()
 
 void record(const QString &call)
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().calls.append(call);
 }
 
@@ -52,7 +50,7 @@ ScriptedTransport::~ScriptedTransport()
 {
     // Only the objects handed out by createInstance() count; the plugin's
     // root object lives until the process ends.
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     if (state().live.remove(this))
         state().calls.append(QStringLiteral("destroyed"));
 }
@@ -60,7 +58,7 @@ ScriptedTransport::~ScriptedTransport()
 nuvMQClientInterface *ScriptedTransport::createInstance()
 {
     auto *transport = new ScriptedTransport;
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().calls.append(QStringLiteral("createInstance"));
     state().live.insert(transport);
     return transport;
@@ -69,7 +67,7 @@ nuvMQClientInterface *ScriptedTransport::createInstance()
 bool ScriptedTransport::connectToBroker(const QString &host, const qint64 &port)
 {
     record(QStringLiteral("connectToBroker %1 %2").arg(host).arg(port));
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     if (!state().connectRefusal.isEmpty()) {
         lastErrorText = state().connectRefusal;
         return false;
@@ -100,7 +98,7 @@ bool ScriptedTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
     ScriptedAnswer answer { true, QStringLiteral("scripted transport: no reply queued") };
     ScriptedTransportControl::Responder responder;
     {
-        const std::lock_guard<std::mutex> locker(state().lock);
+        nuv::MutexLocker locker(&state().lock);
         state().calls.append(QStringLiteral("sendSyncMessage ") + exchange.request.command);
         state().exchanges.append(exchange);
         if (!state().answers.isEmpty())
@@ -122,8 +120,8 @@ bool ScriptedTransport::sendSyncMessage(nuvMQMessage *request, nuvMQMessage *rep
 
 bool ScriptedTransport::notSupported(const char *operation)
 {
-    lastErrorText = QStringLiteral("scripted transport: %1 is not supported")
-                        .arg(QLatin1String(operation));
+    lastErrorText
+        = QStringLiteral("scripted transport: %1 is not supported").arg(QLatin1String(operation));
     return false;
 }
 
@@ -175,7 +173,7 @@ bool ScriptedTransport::isConnected()
 QString ScriptedTransport::getAuthToken()
 {
     record(QStringLiteral("getAuthToken"));
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     return state().authToken;
 }
 
@@ -183,7 +181,7 @@ QString ScriptedTransport::getAuthToken()
 
 void ScriptedTransport::reset()
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().answers.clear();
     state().responder = nullptr;
     state().connectRefusal.clear();
@@ -202,61 +200,61 @@ void ScriptedTransport::queueReply(const nuvMQClassifyMessage &reply)
 
 void ScriptedTransport::queueFailure(const QString &lastErrorText)
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().answers.enqueue({ true, lastErrorText });
 }
 
 void ScriptedTransport::queueWireText(const QString &replyText)
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().answers.enqueue({ false, replyText });
 }
 
 void ScriptedTransport::setResponder(Responder responder)
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().responder = std::move(responder);
 }
 
 void ScriptedTransport::refuseConnect(const QString &lastErrorText)
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().connectRefusal = lastErrorText;
 }
 
 void ScriptedTransport::setAuthToken(const QString &token)
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().authToken = token;
 }
 
 QList<ScriptedExchange> ScriptedTransport::exchanges() const
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     return state().exchanges;
 }
 
 void ScriptedTransport::clearExchanges()
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().exchanges.clear();
 }
 
 QStringList ScriptedTransport::calls() const
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     return state().calls;
 }
 
 void ScriptedTransport::clearCalls()
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     state().calls.clear();
 }
 
 int ScriptedTransport::liveInstances() const
 {
-    const std::lock_guard<std::mutex> locker(state().lock);
+    nuv::MutexLocker locker(&state().lock);
     return state().live.size();
 }
 
@@ -264,7 +262,7 @@ void ScriptedTransport::emitConnectionLost()
 {
     QList<ScriptedTransport *> targets;
     {
-        const std::lock_guard<std::mutex> locker(state().lock);
+        nuv::MutexLocker locker(&state().lock);
         targets = state().live.values();
     }
     for (ScriptedTransport *transport : targets)

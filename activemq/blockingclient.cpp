@@ -1,51 +1,52 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "brokerlink.h"
+#include "blockingclient.h"
+
+#include "handshake.h"
 
 #include <QDeadlineTimer>
 #include <QSslConfiguration>
 #include <QSslSocket>
 
-namespace kesp {
+namespace stomp {
 
-BrokerLink::BrokerLink() = default;
+BlockingClient::BlockingClient() = default;
 
-BrokerLink::~BrokerLink()
+BlockingClient::~BlockingClient()
 {
     abort();
 }
 
-bool BrokerLink::fail(const QString &text)
+bool BlockingClient::fail(const QString &text)
 {
     error = text;
     return false;
 }
 
-bool BrokerLink::isOpen() const
+bool BlockingClient::isOpen() const
 {
     return socket && socket->state() == QAbstractSocket::ConnectedState;
 }
 
-void BrokerLink::abort()
+void BlockingClient::abort()
 {
     if (socket)
         socket->abort();
     socket.reset();
 }
 
-bool BrokerLink::open(const stomp::BrokerAddress &address,
-                      const stomp::BrokerSettings &brokerSettings)
+bool BlockingClient::open(const BrokerAddress &address, const BrokerSettings &brokerSettings)
 {
     abort();
     where = address;
     settings = brokerSettings;
-    parser = stomp::Parser();
+    parser = Parser();
     held.clear();
     error.clear();
     refused = false;
     const int limit = qMax(1, settings.connectTimeoutMs);
     if (address.tls) {
         auto ssl = std::make_unique<QSslSocket>();
-        ssl->setSslConfiguration(stomp::tlsConfiguration(settings, ssl->sslConfiguration()));
+        ssl->setSslConfiguration(tlsConfiguration(settings, ssl->sslConfiguration()));
         ssl->connectToHostEncrypted(address.host, address.port);
         if (!ssl->waitForEncrypted(limit))
             return fail(QStringLiteral("Cannot connect to the message broker at %1: %2")
@@ -60,63 +61,60 @@ bool BrokerLink::open(const stomp::BrokerAddress &address,
     }
     socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
 
-    const QByteArray beat = QByteArray::number(qMax(0, settings.heartBeatMs));
-    stomp::Frame connect("CONNECT");
-    connect.add("accept-version", "1.2").add("host", address.host.toUtf8());
-    connect.add("heart-beat", beat + ',' + beat);
-    if (!settings.login.isEmpty())
-        connect.add("login", settings.login.toUtf8()).add("passcode", settings.passcode.toUtf8());
     sendEveryMs = expectEveryMs = 0;
     lastRead.start();
     lastWrite.start();
-    if (!send(connect))
+    if (!send(connectFrame(address.host, settings)))
         return false;
-    stomp::Frame answer;
-    if (!receive(&answer, limit))
+    Frame answer;
+    if (!receive(&answer, limit)) {
+        abort();
         return fail(error.isEmpty()
                         ? QStringLiteral("Cannot connect to the message broker at %1: no answer "
                                          "within %2 ms")
                               .arg(where.label())
                               .arg(limit)
                         : error);
-    if (answer.command != "CONNECTED") {
-        // Never the passcode: only the broker's message and the user name.
-        refused = answer.command == "ERROR";
-        return fail(
-            QStringLiteral("The message broker at %1 refused the connection for broker "
-                           "user \"%2\": %3")
-                .arg(where.label(), settings.login, QString::fromUtf8(answer.header("message"))));
     }
-    // STOMP 1.2 negotiation: each side beats at the slower of the two wishes.
-    const QList<QByteArray> offered = answer.header("heart-beat", "0,0").split(',');
-    const int serverSends = offered.value(0).toInt();
-    const int serverWants = offered.value(1).toInt();
-    if (settings.heartBeatMs > 0 && serverWants > 0)
-        sendEveryMs = qMax(settings.heartBeatMs, serverWants);
-    if (settings.heartBeatMs > 0 && serverSends > 0)
-        expectEveryMs = qMax(settings.heartBeatMs, serverSends);
+    // A failed handshake leaves no half-open connection behind.
+    if (answer.command == "ERROR") {
+        abort();
+        refused = true;
+        return fail(connectRefusal(where.label(), settings, answer,
+                                   QStringLiteral("set the broker login and passcode.")));
+    }
+    const QString problem = connectedProblem(answer);
+    if (!problem.isEmpty()) {
+        abort();
+        return fail(QStringLiteral("Cannot connect to the message broker at %1: %2.")
+                        .arg(where.label(), problem));
+    }
+    const HeartBeats beats = negotiateHeartBeats(settings.heartBeatMs, answer.header("heart-beat"));
+    sendEveryMs = beats.sendEveryMs;
+    expectEveryMs = beats.expectEveryMs;
     return true;
 }
 
-bool BrokerLink::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch)
+bool BlockingClient::subscribe(const QByteArray &id, const QByteArray &destination, int prefetch)
 {
-    stomp::Frame frame("SUBSCRIBE");
+    Frame frame("SUBSCRIBE");
     frame.add("id", id).add("destination", destination).add("ack", "client-individual");
     frame.add("activemq.prefetchSize", QByteArray::number(qMax(1, prefetch)));
     return subscribe(frame);
 }
 
-bool BrokerLink::subscribe(stomp::Frame frame)
+bool BlockingClient::subscribe(Frame frame)
 {
     const QByteArray receipt = "subscribed-" + frame.header("id");
     frame.add("receipt", receipt);
     return send(frame) && awaitReceipt(receipt);
 }
 
-bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
+bool BlockingClient::awaitReceipt(const QByteArray &receiptId, int waitMs)
 {
-    const QDeadlineTimer deadline(qMax(1, settings.connectTimeoutMs));
-    stomp::Frame frame;
+    const int limit = waitMs < 0 ? qMax(1, settings.connectTimeoutMs) : waitMs;
+    const QDeadlineTimer deadline(limit);
+    Frame frame;
     while (!deadline.hasExpired()) {
         if (!receiveFromSocket(&frame, int(qMax<qint64>(1, deadline.remainingTime())))) {
             if (!isOpen())
@@ -129,7 +127,7 @@ bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
             // ActiveMQ's words for a destination the account may not use.
             refused = frame.header("message").contains("not authorized");
             return fail(QStringLiteral("The message broker at %1 refused: %2")
-                            .arg(where.label(), QString::fromUtf8(frame.header("message"))));
+                            .arg(where.label(), brokerMessage(frame)));
         }
         // Messages of an earlier subscription may come first; they wait
         // for the next receive().
@@ -138,14 +136,14 @@ bool BrokerLink::awaitReceipt(const QByteArray &receiptId)
     }
     return fail(QStringLiteral("The message broker at %1 sent no receipt within %2 ms")
                     .arg(where.label())
-                    .arg(settings.connectTimeoutMs));
+                    .arg(limit));
 }
 
-bool BrokerLink::send(const stomp::Frame &frame)
+bool BlockingClient::send(const Frame &frame)
 {
     if (!isOpen())
         return fail(QStringLiteral("not connected to the message broker at %1").arg(where.label()));
-    socket->write(stomp::encodeFrame(frame));
+    socket->write(encodeFrame(frame));
     // Blocking: everything leaves before the caller goes on (an ACK must
     // never overtake the reply it confirms).
     while (socket->bytesToWrite() > 0) {
@@ -157,7 +155,7 @@ bool BrokerLink::send(const stomp::Frame &frame)
     return true;
 }
 
-void BrokerLink::keepAlive()
+void BlockingClient::keepAlive()
 {
     if (sendEveryMs > 0 && lastWrite.elapsed() >= sendEveryMs / 2 && isOpen()) {
         socket->write("\n", 1);
@@ -166,7 +164,7 @@ void BrokerLink::keepAlive()
     }
 }
 
-bool BrokerLink::readMore(int waitMs)
+bool BlockingClient::readMore(int waitMs)
 {
     if (socket->bytesAvailable() == 0 && !socket->waitForReadyRead(waitMs)) {
         if (socket->state() != QAbstractSocket::ConnectedState)
@@ -180,7 +178,7 @@ bool BrokerLink::readMore(int waitMs)
     return true;
 }
 
-bool BrokerLink::receive(stomp::Frame *frame, int waitMs)
+bool BlockingClient::receive(Frame *frame, int waitMs)
 {
     if (socket && !held.isEmpty()) {
         *frame = held.takeFirst();
@@ -189,21 +187,21 @@ bool BrokerLink::receive(stomp::Frame *frame, int waitMs)
     return receiveFromSocket(frame, waitMs);
 }
 
-bool BrokerLink::receiveFromSocket(stomp::Frame *frame, int waitMs)
+bool BlockingClient::receiveFromSocket(Frame *frame, int waitMs)
 {
     if (!socket)
         return fail(QStringLiteral("not connected"));
     const QDeadlineTimer deadline(qMax(0, waitMs));
     for (;;) {
         switch (parser.next(frame)) {
-        case stomp::Parser::Result::Frame:
+        case Parser::Result::Frame:
             return true;
-        case stomp::Parser::Result::Error:
+        case Parser::Result::Error:
             abort();
             return fail(QStringLiteral("The connection to the message broker at %1 was lost: the "
                                        "broker sent a malformed STOMP frame (%2)")
                             .arg(where.label(), parser.errorText()));
-        case stomp::Parser::Result::NeedMore:
+        case Parser::Result::NeedMore:
             break;
         }
         keepAlive();
@@ -234,7 +232,7 @@ bool BrokerLink::receiveFromSocket(stomp::Frame *frame, int waitMs)
     }
 }
 
-void BrokerLink::pump(int waitMs)
+void BlockingClient::pump(int waitMs)
 {
     if (!isOpen())
         return;
@@ -245,25 +243,19 @@ void BrokerLink::pump(int waitMs)
     }
 }
 
-int BrokerLink::descriptor() const
+int BlockingClient::descriptor() const
 {
     return socket ? int(socket->socketDescriptor()) : -1;
 }
 
-void BrokerLink::close(int waitMs)
+void BlockingClient::close(int waitMs)
 {
     if (isOpen()) {
-        stomp::Frame disconnect("DISCONNECT");
-        disconnect.add("receipt", "bye");
-        if (send(disconnect)) {
-            const QDeadlineTimer deadline(qMax(1, waitMs));
-            stomp::Frame frame;
-            while (!deadline.hasExpired()
-                   && receive(&frame, int(qMax<qint64>(1, deadline.remainingTime())))) {
-                if (frame.command == "RECEIPT" && frame.header("receipt-id") == "bye")
-                    break;
-            }
-        }
+        Frame disconnect("DISCONNECT");
+        if (waitMs > 0)
+            disconnect.add("receipt", "bye");
+        if (send(disconnect) && waitMs > 0)
+            awaitReceipt("bye", waitMs);
         if (socket) {
             socket->disconnectFromHost();
             if (socket->state() != QAbstractSocket::UnconnectedState)
@@ -273,4 +265,4 @@ void BrokerLink::close(int waitMs)
     abort();
 }
 
-} // namespace kesp
+} // namespace stomp

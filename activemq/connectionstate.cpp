@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "session.h"
+#include "connectionstate.h"
 
-#include "tsansync.h"
+#include "nuvmutex.h"
 
 #include <QRandomGenerator>
 
@@ -29,42 +29,43 @@ bool isSessionToken(const QByteArray &text)
     return true;
 }
 
-Session::Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit)
+ConnectionState::ConnectionState(const BrokerAddress &address, const QByteArray &token,
+                                 int unsolicitedLimit)
     : address(address)
     , token(token)
     , unsolicitedLimit(qMax(1, unsolicitedLimit))
 { }
 
-Session::Phase Session::phase() const
+ConnectionState::Phase ConnectionState::phase() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return current;
 }
 
-QString Session::closeReason() const
+QString ConnectionState::closeReason() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return reason;
 }
 
-void Session::opened()
+void ConnectionState::opened()
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current == Phase::Connecting)
         current = Phase::Open;
     changed.wakeAll();
 }
 
-void Session::closing()
+void ConnectionState::closing()
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current == Phase::Open)
         current = Phase::Closing;
 }
 
-bool Session::closed(const QString &why)
+bool ConnectionState::closed(const QString &why)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current == Phase::Closed)
         return false;
     const bool lost = current == Phase::Open;
@@ -86,17 +87,17 @@ bool Session::closed(const QString &why)
     return lost;
 }
 
-Session::Phase Session::awaitSettled(QDeadlineTimer deadline)
+ConnectionState::Phase ConnectionState::awaitSettled(QDeadlineTimer deadline)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     while (current == Phase::Connecting) {
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             break;
     }
     return current;
 }
 
-bool Session::usable(QString *whyNot) const
+bool ConnectionState::usable(QString *whyNot) const
 {
     if (current == Phase::Open)
         return true;
@@ -106,10 +107,10 @@ bool Session::usable(QString *whyNot) const
     return false;
 }
 
-bool Session::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
-                        QString *whyNot)
+bool ConnectionState::beginCall(const QByteArray &correlationId, const QByteArray &receiptId,
+                                QString *whyNot)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (!usable(whyNot))
         return false;
     Slot slot;
@@ -119,13 +120,14 @@ bool Session::beginCall(const QByteArray &correlationId, const QByteArray &recei
     return true;
 }
 
-Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTimer deadline,
-                                    Frame *reply, QString *error)
+ConnectionState::Outcome ConnectionState::awaitCall(const QByteArray &correlationId,
+                                                    QDeadlineTimer deadline, Frame *reply,
+                                                    QString *error)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     auto slot = calls.find(correlationId);
     while (slot != calls.end() && slot->state == Outcome::TimedOut) {
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             break;
         slot = calls.find(correlationId);
     }
@@ -141,10 +143,10 @@ Session::Outcome Session::awaitCall(const QByteArray &correlationId, QDeadlineTi
     return done.state;
 }
 
-bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
+bool ConnectionState::deliverReply(const QByteArray &correlationId, const Frame &reply)
 {
     {
-        stomp::SyncLocker locker(&mutex);
+        nuv::MutexLocker locker(&mutex);
         auto slot = calls.find(correlationId);
         if (slot == calls.end() || slot->state != Outcome::TimedOut) {
             ++dropped;
@@ -160,28 +162,28 @@ bool Session::deliverReply(const QByteArray &correlationId, const Frame &reply)
     return true;
 }
 
-qint64 Session::droppedReplies() const
+qint64 ConnectionState::droppedReplies() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return dropped;
 }
 
-bool Session::beginReceipt(const QByteArray &receiptId, QString *whyNot)
+bool ConnectionState::beginReceipt(const QByteArray &receiptId, QString *whyNot)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (current != Phase::Closing && !usable(whyNot))
         return false;
     receipts.insert(receiptId, Slot());
     return true;
 }
 
-Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTimer deadline,
-                                       QString *error)
+ConnectionState::Outcome ConnectionState::awaitReceipt(const QByteArray &receiptId,
+                                                       QDeadlineTimer deadline, QString *error)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     auto slot = receipts.find(receiptId);
     while (slot != receipts.end() && slot->state == Outcome::TimedOut) {
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             break;
         slot = receipts.find(receiptId);
     }
@@ -194,10 +196,10 @@ Session::Outcome Session::awaitReceipt(const QByteArray &receiptId, QDeadlineTim
     return done.state;
 }
 
-void Session::receiptArrived(const QByteArray &receiptId)
+void ConnectionState::receiptArrived(const QByteArray &receiptId)
 {
     {
-        stomp::SyncLocker locker(&mutex);
+        nuv::MutexLocker locker(&mutex);
         // A call's receipt only says the broker took the request; the call
         // goes on waiting for its reply.
         if (callReceipts.remove(receiptId) > 0)
@@ -210,9 +212,9 @@ void Session::receiptArrived(const QByteArray &receiptId)
     changed.wakeAll(); // outside the lock, as in deliverReply()
 }
 
-bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
+bool ConnectionState::receiptFailed(const QByteArray &receiptId, const QString &text)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     const QByteArray correlationId = callReceipts.take(receiptId);
     if (!correlationId.isEmpty()) {
         auto call = calls.find(correlationId);
@@ -234,9 +236,9 @@ bool Session::receiptFailed(const QByteArray &receiptId, const QString &text)
     return true;
 }
 
-void Session::pushUnsolicited(const Frame &message)
+void ConnectionState::pushUnsolicited(const Frame &message)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     if (unsolicited.size() >= unsolicitedLimit) {
         unsolicited.dequeue();
         if (unsolicitedDropped++ == 0)
@@ -248,15 +250,16 @@ void Session::pushUnsolicited(const Frame &message)
     changed.wakeAll();
 }
 
-qint64 Session::droppedUnsolicited() const
+qint64 ConnectionState::droppedUnsolicited() const
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     return unsolicitedDropped;
 }
 
-Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *message, QString *error)
+ConnectionState::Outcome ConnectionState::awaitUnsolicited(QDeadlineTimer deadline, Frame *message,
+                                                           QString *error)
 {
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     for (;;) {
         if (!unsolicited.isEmpty()) {
             *message = unsolicited.dequeue();
@@ -266,7 +269,7 @@ Session::Outcome Session::awaitUnsolicited(QDeadlineTimer deadline, Frame *messa
             usable(error);
             return Outcome::Failed;
         }
-        if (!stomp::syncWait(changed, &mutex, deadline))
+        if (!mutex.wait(changed, deadline))
             return Outcome::TimedOut;
     }
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef NUVSERVER_CONNECTIONSTATE_H
-#define NUVSERVER_CONNECTIONSTATE_H
+#ifndef NUVSERVER_SQLCONNECTIONSTATE_H
+#define NUVSERVER_SQLCONNECTIONSTATE_H
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -27,13 +27,13 @@ struct RequestCounters
 
 // Lives as a child of the connection's driver: it ends with the connection,
 // and every copy of the QSqlDatabase finds it.
-class ConnectionState : public QObject
+class SqlConnectionState : public QObject
 {
 public:
     // Made by openDatabase() for every connection it opens.
-    static ConnectionState *attach(const QSqlDatabase &db);
+    static SqlConnectionState *attach(const QSqlDatabase &db);
     // Nullptr for a connection that openDatabase() did not open.
-    static ConnectionState *of(const QSqlDatabase &db);
+    static SqlConnectionState *of(const QSqlDatabase &db);
 
     // Prepared SQLite statements by their text (see sql.cpp).
     QHash<QString, QSqlQuery> preparedStatements;
@@ -50,4 +50,4 @@ private:
 
 } // namespace nuvserver
 
-#endif // NUVSERVER_CONNECTIONSTATE_H
+#endif // NUVSERVER_SQLCONNECTIONSTATE_H

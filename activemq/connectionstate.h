@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#ifndef SESSION_H
-#define SESSION_H
+#ifndef STOMP_CONNECTIONSTATE_H
+#define STOMP_CONNECTIONSTATE_H
 
 #include "brokerconfig.h"
+#include "nuvmutex.h"
 #include "stompframe.h"
 
 #include <QByteArray>
 #include <QDeadlineTimer>
 #include <QHash>
-#include <QMutex>
 #include <QQueue>
 #include <QString>
 #include <QWaitCondition>
@@ -26,10 +26,10 @@ bool isSessionToken(const QByteArray &text);
  * being waited for and the messages nobody asked for.
  *
  * Callers block in the await functions on one wait condition; the I/O thread
- * fills in results and wakes them. Closing the session fails every waiter at
+ * fills in results and wakes them. Closing the connection fails every waiter at
  * once with the reason, so nobody sits out a time-out on a dead connection.
  */
-class Session
+class ConnectionState
 {
 public:
     enum class Phase { Connecting, Open, Closing, Closed };
@@ -38,7 +38,8 @@ public:
     // Messages nobody asked for are kept up to `unsolicitedLimit`; beyond
     // it the oldest go, so a subscriber that never receives cannot grow
     // without bound.
-    Session(const BrokerAddress &address, const QByteArray &token, int unsolicitedLimit = 10000);
+    ConnectionState(const BrokerAddress &address, const QByteArray &token,
+                    int unsolicitedLimit = 10000);
 
     const BrokerAddress address;
     // The random value that identifies this connection to the server.
@@ -91,21 +92,23 @@ private:
         QByteArray receiptId; // a call's request receipt, while it is awaited
     };
 
-    bool usable(QString *whyNot) const;
+    bool usable(QString *whyNot) const NUV_REQUIRES(mutex);
 
-    mutable QMutex mutex;
+    mutable nuv::Mutex mutex;
     QWaitCondition changed;
-    Phase current = Phase::Connecting;
-    QString reason;
-    QHash<QByteArray, Slot> calls; // by correlation id
-    QHash<QByteArray, QByteArray> callReceipts; // receipt id -> correlation id
-    QHash<QByteArray, Slot> receipts; // receipts awaited for their own sake
-    QQueue<Frame> unsolicited;
-    qint64 dropped = 0;
+    Phase current NUV_GUARDED_BY(mutex) = Phase::Connecting;
+    QString reason NUV_GUARDED_BY(mutex);
+    QHash<QByteArray, Slot> calls NUV_GUARDED_BY(mutex); // by correlation id
+    // receipt id -> correlation id
+    QHash<QByteArray, QByteArray> callReceipts NUV_GUARDED_BY(mutex);
+    // receipts awaited for their own sake
+    QHash<QByteArray, Slot> receipts NUV_GUARDED_BY(mutex);
+    QQueue<Frame> unsolicited NUV_GUARDED_BY(mutex);
+    qint64 dropped NUV_GUARDED_BY(mutex) = 0;
     const int unsolicitedLimit;
-    qint64 unsolicitedDropped = 0;
+    qint64 unsolicitedDropped NUV_GUARDED_BY(mutex) = 0;
 };
 
 } // namespace stomp
 
-#endif // SESSION_H
+#endif // STOMP_CONNECTIONSTATE_H

@@ -2,16 +2,16 @@
 // The state that the I/O thread and the calling threads share: calls and
 // their receipts, the end of a session, and the messages nobody asked for.
 
-#include "session.h"
+#include "connectionstate.h"
 
 #include <QtTest>
 
 #include <thread>
 
+using stomp::ConnectionState;
 using stomp::Frame;
-using stomp::Session;
 
-class SessionTest : public QObject
+class ConnectionStateTest : public QObject
 {
     Q_OBJECT
 
@@ -26,12 +26,13 @@ private slots:
     void freshTokensHaveTheForm();
 
 private:
-    static std::shared_ptr<Session> openSession(int unsolicitedLimit = 10000)
+    static std::shared_ptr<ConnectionState> openSession(int unsolicitedLimit = 10000)
     {
         stomp::BrokerAddress address;
         address.host = QStringLiteral("127.0.0.1");
         address.port = 61613;
-        auto session = std::make_shared<Session>(address, QByteArray("token"), unsolicitedLimit);
+        auto session
+            = std::make_shared<ConnectionState>(address, QByteArray("token"), unsolicitedLimit);
         session->opened();
         return session;
     }
@@ -40,21 +41,21 @@ private:
 enum class Event { Reply, BrokerError, Close, Nothing };
 Q_DECLARE_METATYPE(Event)
 
-void SessionTest::callOutcomes_data()
+void ConnectionStateTest::callOutcomes_data()
 {
     QTest::addColumn<Event>("event");
     QTest::addColumn<int>("outcome");
     QTest::addColumn<QString>("error");
-    QTest::newRow("reply") << Event::Reply << int(Session::Outcome::Done) << QString();
+    QTest::newRow("reply") << Event::Reply << int(ConnectionState::Outcome::Done) << QString();
     QTest::newRow("ERROR naming the request's receipt")
-        << Event::BrokerError << int(Session::Outcome::Failed) << "refused it";
+        << Event::BrokerError << int(ConnectionState::Outcome::Failed) << "refused it";
     QTest::newRow("connection closed while waiting")
-        << Event::Close << int(Session::Outcome::Failed) << "gone";
+        << Event::Close << int(ConnectionState::Outcome::Failed) << "gone";
     QTest::newRow("nothing within the time-out")
-        << Event::Nothing << int(Session::Outcome::TimedOut) << QString();
+        << Event::Nothing << int(ConnectionState::Outcome::TimedOut) << QString();
 }
 
-void SessionTest::callOutcomes()
+void ConnectionStateTest::callOutcomes()
 {
     QFETCH(Event, event);
     QFETCH(int, outcome);
@@ -85,7 +86,7 @@ void SessionTest::callOutcomes()
     Frame got;
     QString text;
     const int timeoutMs = event == Event::Nothing ? 100 : 10000;
-    const Session::Outcome result
+    const ConnectionState::Outcome result
         = session->awaitCall("c1", QDeadlineTimer(timeoutMs), &got, &text);
     ioThread.join();
     QVERIFY(taken);
@@ -98,7 +99,7 @@ void SessionTest::callOutcomes()
     QCOMPARE(session->droppedReplies(), qint64(1));
 }
 
-void SessionTest::receiptOfAFinishedCallIsForgotten()
+void ConnectionStateTest::receiptOfAFinishedCallIsForgotten()
 {
     const auto session = openSession();
     QString whyNot;
@@ -106,12 +107,13 @@ void SessionTest::receiptOfAFinishedCallIsForgotten()
     QVERIFY(session->deliverReply("c1", Frame("MESSAGE")));
     Frame got;
     QString text;
-    QCOMPARE(session->awaitCall("c1", QDeadlineTimer(1000), &got, &text), Session::Outcome::Done);
+    QCOMPARE(session->awaitCall("c1", QDeadlineTimer(1000), &got, &text),
+             ConnectionState::Outcome::Done);
     // The receipt id belongs to nobody now: an ERROR naming it fails nothing.
     QVERIFY(!session->receiptFailed("r1", QStringLiteral("late")));
 }
 
-void SessionTest::unsolicitedQueueIsBounded_data()
+void ConnectionStateTest::unsolicitedQueueIsBounded_data()
 {
     QTest::addColumn<int>("limit");
     QTest::addColumn<int>("pushed");
@@ -121,7 +123,7 @@ void SessionTest::unsolicitedQueueIsBounded_data()
     QTest::newRow("beyond it: the oldest go") << 5 << 12 << 7;
 }
 
-void SessionTest::unsolicitedQueueIsBounded()
+void ConnectionStateTest::unsolicitedQueueIsBounded()
 {
     QFETCH(int, limit);
     QFETCH(int, pushed);
@@ -137,16 +139,16 @@ void SessionTest::unsolicitedQueueIsBounded()
         Frame message;
         QString error;
         QCOMPARE(session->awaitUnsolicited(QDeadlineTimer(0), &message, &error),
-                 Session::Outcome::Done);
+                 ConnectionState::Outcome::Done);
         QCOMPARE(message.body, QByteArray::number(i));
     }
     Frame none;
     QString error;
     QCOMPARE(session->awaitUnsolicited(QDeadlineTimer(0), &none, &error),
-             Session::Outcome::TimedOut);
+             ConnectionState::Outcome::TimedOut);
 }
 
-void SessionTest::sessionTokenForm_data()
+void ConnectionStateTest::sessionTokenForm_data()
 {
     QTest::addColumn<QByteArray>("text");
     QTest::addColumn<bool>("valid");
@@ -161,14 +163,14 @@ void SessionTest::sessionTokenForm_data()
     QTest::newRow("a space") << QByteArray("0123456789abcde 0123456789abcdef") << false;
 }
 
-void SessionTest::sessionTokenForm()
+void ConnectionStateTest::sessionTokenForm()
 {
     QFETCH(QByteArray, text);
     QFETCH(bool, valid);
     QCOMPARE(stomp::isSessionToken(text), valid);
 }
 
-void SessionTest::freshTokensHaveTheForm()
+void ConnectionStateTest::freshTokensHaveTheForm()
 {
     QSet<QByteArray> seen;
     for (int i = 0; i < 100; ++i) {
@@ -179,5 +181,5 @@ void SessionTest::freshTokensHaveTheForm()
     QCOMPARE(seen.size(), 100);
 }
 
-QTEST_GUILESS_MAIN(SessionTest)
-#include "tst_session.moc"
+QTEST_GUILESS_MAIN(ConnectionStateTest)
+#include "tst_connectionstate.moc"

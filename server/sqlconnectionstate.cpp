@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "connectionstate.h"
+#include "sqlconnectionstate.h"
 
 #include <QSqlDriver>
 
@@ -13,21 +13,21 @@ QString stateName()
 }
 } // namespace
 
-ConnectionState *ConnectionState::attach(const QSqlDatabase &db)
+SqlConnectionState *SqlConnectionState::attach(const QSqlDatabase &db)
 {
-    if (ConnectionState *existing = of(db))
+    if (SqlConnectionState *existing = of(db))
         return existing;
-    auto *state = new ConnectionState(db.driver());
+    auto *state = new SqlConnectionState(db.driver());
     state->setObjectName(stateName());
     return state;
 }
 
-ConnectionState *ConnectionState::of(const QSqlDatabase &db)
+SqlConnectionState *SqlConnectionState::of(const QSqlDatabase &db)
 {
     QSqlDriver *driver = db.driver();
     if (!driver)
         return nullptr;
-    return static_cast<ConnectionState *>(
+    return static_cast<SqlConnectionState *>(
         driver->findChild<QObject *>(stateName(), Qt::FindDirectChildrenOnly));
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "fakebroker.h"
 
-#include "tsansync.h"
+#include "nuvmutex.h"
 
 #include <QDeadlineTimer>
 #include <QTcpServer>
@@ -96,16 +96,16 @@ bool FakeBroker::wait(QDeadlineTimer deadline)
 {
     if (!QThread::wait(deadline))
         return false;
-    stomp::syncAcquire(this);
+    nuv::syncAcquire(this);
     return true;
 }
 
 quint16 FakeBroker::listen()
 {
     start();
-    stomp::SyncLocker locker(&mutex);
+    nuv::MutexLocker locker(&mutex);
     while (!listening)
-        stomp::syncWait(ready, &mutex, QDeadlineTimer(QDeadlineTimer::Forever));
+        mutex.wait(ready, QDeadlineTimer(QDeadlineTimer::Forever));
     return port;
 }
 
@@ -121,12 +121,12 @@ void FakeBroker::run()
     struct Finished
     {
         FakeBroker *broker;
-        ~Finished() { stomp::syncRelease(broker); }
+        ~Finished() { nuv::syncRelease(broker); }
     } finished { this };
     QTcpServer server;
     server.listen(QHostAddress::LocalHost, 0);
     {
-        stomp::SyncLocker locker(&mutex);
+        nuv::MutexLocker locker(&mutex);
         port = server.serverPort();
         listening = true;
         ready.wakeAll();

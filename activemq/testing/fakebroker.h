@@ -2,10 +2,10 @@
 #ifndef FAKEBROKER_H
 #define FAKEBROKER_H
 
+#include "nuvmutex.h"
 #include "stompframe.h"
 #include "stompparser.h"
 
-#include <QMutex>
 #include <QThread>
 #include <QWaitCondition>
 
@@ -68,10 +68,10 @@ protected:
 
 private:
     Script script;
-    QMutex mutex;
+    nuv::Mutex mutex;
     QWaitCondition ready;
-    quint16 port = 0;
-    bool listening = false;
+    quint16 port NUV_GUARDED_BY(mutex) = 0;
+    bool listening NUV_GUARDED_BY(mutex) = false;
     std::atomic<bool> stopRequested { false };
 };
 
