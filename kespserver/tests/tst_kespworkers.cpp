@@ -94,6 +94,8 @@ private:
     // as many callers once the lock is held, and waits until `workers` of
     // them are in its engines; `load` then runs until the lock goes.
     void startHeld(int workers, int requests);
+    // Lets the held requests go and checks that all `requests` were answered.
+    void releaseAndCheckAnswers(int requests);
 
     stomp::BrokerEnv broker;
     std::unique_ptr<kesptest::Workspace> space;
@@ -174,6 +176,16 @@ void KespWorkers::startHeld(int workers, int requests)
     QTRY_COMPARE_WITH_TIMEOUT(gauge(metricsPort, "nuvkesp_requests_running"), workers, patienceMs);
 }
 
+void KespWorkers::releaseAndCheckAnswers(int requests)
+{
+    lock->release();
+    load.join();
+    QVERIFY2(result.failures.isEmpty(),
+             qPrintable(result.failures.mid(0, 5).join(QLatin1Char('\n'))
+                        + QStringLiteral("\nthe server's log:\n") + server->log().right(4000)));
+    QCOMPARE(result.answered, requests);
+}
+
 void KespWorkers::runsRequestsAtOnce_data()
 {
     QTest::addColumn<int>("workers");
@@ -191,12 +203,9 @@ void KespWorkers::runsRequestsAtOnce()
     startHeld(workers, requests);
     if (QTest::currentTestFailed())
         return;
-    lock->release();
-    load.join();
-    QVERIFY2(result.failures.isEmpty(),
-             qPrintable(result.failures.mid(0, 5).join(QLatin1Char('\n'))
-                        + QStringLiteral("\nthe server's log:\n") + server->log().right(4000)));
-    QCOMPARE(result.answered, requests);
+    releaseAndCheckAnswers(requests);
+    if (QTest::currentTestFailed())
+        return;
     // Never more at once than there are workers, and that many did run.
     QCOMPARE(gauge(metricsPort, "nuvkesp_requests_running_peak"), workers);
     QCOMPARE(gauge(metricsPort, "nuvkesp_requests_running"), 0);
@@ -229,12 +238,9 @@ void KespWorkers::stopAnswersRequestsInHand()
                            1, patienceMs),
         qPrintable(server->log()));
     QCOMPARE(server->countInLog(QStringLiteral("CFADDCLIPBOARD user=")), 0);
-    lock->release();
-    load.join();
-    QVERIFY2(result.failures.isEmpty(),
-             qPrintable(result.failures.mid(0, 5).join(QLatin1Char('\n'))
-                        + QStringLiteral("\nthe server's log:\n") + server->log().right(4000)));
-    QCOMPARE(result.answered, workers);
+    releaseAndCheckAnswers(workers);
+    if (QTest::currentTestFailed())
+        return;
     QVERIFY2(server->waitForExit(), qPrintable(server->log()));
     QCOMPARE(server->countInLog(QStringLiteral("CFADDCLIPBOARD user=")), workers);
     QCOMPARE(server->reported(QStringLiteral("replayed")), qint64(0));
