@@ -6,9 +6,9 @@
 #include "nuvmqclientinterface.h"
 #include "nuvmutex.h"
 #include "protocolwords.h"
+#include "startline.h"
 
 #include <QElapsedTimer>
-#include <QWaitCondition>
 
 #include <algorithm>
 #include <limits>
@@ -29,39 +29,6 @@ nuvMQClassifyMessage command(const QString &word, const QStringList &items)
 namespace {
 
 namespace words = nuvprotocol::words;
-
-// Holds the callers until all have logged in, so that logins are not part
-// of what is measured.
-class StartLine
-{
-public:
-    StartLine(int callers, const std::function<void()> &onStart)
-        : waiting(callers)
-        , onStart(onStart)
-    { }
-
-    void arrive()
-    {
-        nuv::MutexLocker lock(&mutex);
-        if (--waiting == 0) {
-            if (onStart)
-                onStart();
-            wall.start();
-            opened.wakeAll();
-            return;
-        }
-        while (waiting != 0)
-            mutex.wait(opened);
-    }
-
-    QElapsedTimer wall; // started when the line opens
-
-private:
-    nuv::Mutex mutex;
-    QWaitCondition opened;
-    int waiting NUV_GUARDED_BY(mutex);
-    const std::function<void()> &onStart;
-};
 
 bool isFailure(const nuvMQClassifyMessage &answer, const nuvMQClassifyMessage &request)
 {
@@ -106,31 +73,16 @@ nuvMQClassifyMessage requestFor(const LoadPlan &plan, int index, int n)
 
 // One caller: connects, logs in, waits at the start line, sends its share
 // (or for the plan's time) and records the outcome.
-void runShare(const LoadPlan &plan, int index, int count, StartLine *line, nuv::Mutex *mutex,
+void runShare(const LoadPlan &plan, int index, int count, nuv::StartLine *line, nuv::Mutex *mutex,
               LoadResult *total)
 {
     LoadResult mine;
-    const std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    const bool connected = transport && transport->connectToBroker(plan.host, plan.port);
-    if (!connected) {
-        mine.failures << QStringLiteral("thread %1: cannot connect: %2")
-                             .arg(index)
-                             .arg(transport ? transport->lastErrorText
-                                            : QStringLiteral("no plugin"));
+    QString error;
+    const std::unique_ptr<nuvMQClientInterface> transport = loggedInTransport(
+        plan.host, plan.port, plan.user, plan.password, plan.timeoutSeconds, &error);
+    if (!transport) {
+        mine.failures << QStringLiteral("thread %1: %2").arg(index).arg(error);
         count = 0;
-    } else {
-        transport->setUserName(plan.user);
-        nuvMQClassifyMessage login
-            = command(QLatin1String(words::login), { plan.user, plan.password, QString() });
-        nuvMQClassifyMessage reply;
-        if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, plan.timeoutSeconds,
-                                        0, QString(), nullptr)
-            || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
-            mine.failures << QStringLiteral("thread %1: login failed: %2 %3")
-                                 .arg(index)
-                                 .arg(transport->lastErrorText, reply.errorText);
-            count = 0;
-        }
     }
     // Callers that failed arrive too: the others must not wait for them.
     line->arrive();
@@ -156,7 +108,7 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, nuv::
         else
             ++mine.answered;
     }
-    if (connected)
+    if (transport)
         transport->disconnectFromBroker();
     nuv::MutexLocker lock(mutex);
     total->answered += mine.answered;
@@ -166,11 +118,41 @@ void runShare(const LoadPlan &plan, int index, int count, StartLine *line, nuv::
 
 } // namespace
 
+std::unique_ptr<nuvMQClientInterface> loggedInTransport(const QString &host, quint16 port,
+                                                        const QString &user,
+                                                        const QString &password, int timeoutSeconds,
+                                                        QString *error)
+{
+    std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
+    if (!transport) {
+        *error = QStringLiteral("cannot connect: no transport plugin");
+        return nullptr;
+    }
+    if (!transport->connectToBroker(host, port)) {
+        *error = QStringLiteral("cannot connect: ") + transport->lastErrorText;
+        return nullptr;
+    }
+    transport->setUserName(user);
+    nuvMQClassifyMessage login
+        = command(QLatin1String(words::login), { user, password, QString() });
+    nuvMQClassifyMessage reply;
+    // Any status holding the error word refuses a login.
+    if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, timeoutSeconds, 0,
+                                    QString(), nullptr)
+        || reply.command.contains(QLatin1String(nuvprotocol::status::error))) {
+        *error
+            = QStringLiteral("login failed: %1 %2").arg(transport->lastErrorText, reply.errorText);
+        transport->disconnectFromBroker();
+        return nullptr;
+    }
+    return transport;
+}
+
 LoadResult runLoad(const LoadPlan &plan)
 {
     LoadResult result;
     nuv::Mutex mutex;
-    StartLine line(plan.threads, plan.onStart);
+    nuv::StartLine line(plan.threads, plan.onStart);
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
     std::vector<std::thread> threads;
     for (int t = 0; t < plan.threads; ++t) {

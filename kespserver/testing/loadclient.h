@@ -9,6 +9,9 @@
 #include <QVector>
 
 #include <functional>
+#include <memory>
+
+class nuvMQClientInterface;
 
 namespace kesp {
 
@@ -61,6 +64,13 @@ struct LoadPlan
 
 // A request of `word` with `items` as its string list.
 nuvMQClassifyMessage command(const QString &word, const QStringList &items);
+
+// A transport of its own, connected to the broker at host:port and logged in
+// as `user`; null with the reason in `error` when either failed.
+std::unique_ptr<nuvMQClientInterface> loggedInTransport(const QString &host, quint16 port,
+                                                        const QString &user,
+                                                        const QString &password, int timeoutSeconds,
+                                                        QString *error);
 
 // Runs the plan; blocks until every thread is done.
 LoadResult runLoad(const LoadPlan &plan);

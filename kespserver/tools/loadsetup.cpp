@@ -118,14 +118,13 @@ QString seedCatalogue(const QString &database, const QStringList &names)
     if (!engine.open(&error))
         return error;
     const QString admin = tokenOf(loadUser);
-    const QChar separator = nuvprotocol::recordSeparator;
     error = engineCall(engine, admin, QLatin1String(words::login), { loadUser, loadPassword, {} });
     for (const QString &name : names) {
         if (error.isEmpty())
             error = engineCall(
                 engine, admin, QLatin1String(words::setUsers),
                 { QStringList { name, loadPassword, name, QString(), QStringLiteral("0") }.join(
-                    separator) },
+                    nuvprotocol::recordSeparator) },
                 QStringLiteral("0"));
     }
     if (error.isEmpty())
@@ -185,22 +184,11 @@ Figures summarise(const kesp::LoadResult &result)
 
 std::unique_ptr<nuvMQClientInterface> loggedIn(const stomp::BrokerEnv &broker, const QString &user)
 {
-    std::unique_ptr<nuvMQClientInterface> transport = stomp::newTransport();
-    if (!transport || !transport->connectToBroker(broker.host(), broker.stompPort())) {
-        std::fprintf(stderr, "nuvkespload: %s cannot connect\n", qPrintable(user));
-        return nullptr;
-    }
-    transport->setUserName(user);
-    nuvMQClassifyMessage login
-        = kesp::command(QLatin1String(words::login), { user, loadPassword, {} });
-    nuvMQClassifyMessage reply;
-    if (!transport->sendSyncMessage(&login, &reply, nuvClassifyMessageKind, 30, 0, QString(),
-                                    nullptr)
-        || reply.command == QLatin1String(nuvprotocol::status::error)) {
-        std::fprintf(stderr, "nuvkespload: %s cannot log in: %s%s\n", qPrintable(user),
-                     qPrintable(transport->lastErrorText), qPrintable(reply.errorText));
-        return nullptr;
-    }
+    QString error;
+    std::unique_ptr<nuvMQClientInterface> transport = kesp::loggedInTransport(
+        broker.host(), broker.stompPort(), user, loadPassword, 30, &error);
+    if (!transport)
+        std::fprintf(stderr, "nuvkespload: %s: %s\n", qPrintable(user), qPrintable(error));
     return transport;
 }
 
