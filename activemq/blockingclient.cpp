@@ -260,6 +260,11 @@ void BlockingClient::pump(int waitMs)
     }
 }
 
+int BlockingClient::descriptor() const
+{
+    return socket ? int(socket->socketDescriptor()) : -1;
+}
+
 void BlockingClient::close(int waitMs)
 {
     if (isOpen()) {

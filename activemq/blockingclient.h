@@ -70,6 +70,9 @@ public:
     void abort();
 
     bool isOpen() const;
+    // The socket, for poll() beside other descriptors once receive() has
+    // taken every whole frame out (-1 when closed).
+    int descriptor() const;
     QString errorText() const { return error; }
     // Whether the last failure was the broker refusing the account (its
     // credentials, or its rights on a destination): trying again will not help.

@@ -119,11 +119,11 @@ def server_throughput(entries):
     if not load_runs:
         return
     print("## Server throughput (nuvkesp-server, SQLite, every request a write)\n")
-    print("| instances | callers | requests | requests/s | p50 (ms) | p99 (ms) | failed |")
-    print("|---|---|---|---|---|---|---|")
+    print("| instances | workers each | callers | requests | requests/s | p50 (ms) | p99 (ms) | failed |")
+    print("|---|---|---|---|---|---|---|---|")
     for e in sorted(load_runs, key=lambda e: (e["instances"], e["threads"])):
-        print(f"| {e['instances']} | {e['threads']} | {e['requests']} | {e['per_second']:.0f} "
-              f"| {e['p50_ms']:.2f} | {e['p99_ms']:.2f} | {e['failed']} |")
+        print(f"| {e['instances']} | {e.get('workers', 1)} | {e['threads']} | {e['requests']} "
+              f"| {e['per_second']:.0f} | {e['p50_ms']:.2f} | {e['p99_ms']:.2f} | {e['failed']} |")
     print()
 
 
@@ -208,7 +208,8 @@ def sqlite_against_baseline(entries, targets):
         with open(BASELINE) as f:
             baseline = json.load(f)
     callers = max(e["threads"] for e in runs.values())
-    print(f"## SQLite, one instance, {callers} callers, against the baseline of "
+    workers = max(e["workers"] for e in runs.values())
+    print(f"## SQLite, one instance of {workers} workers, {callers} callers, against the baseline of "
           f"{baseline.get('date', '(none)')}\n")
     print("| mix | requests/s | p50 (ms) | p99 (ms) | baseline requests/s | baseline p50 (ms) "
           "| requests/s / baseline (target: no slower) |")

@@ -23,7 +23,11 @@ const QVector<SettingKey> &settingKeys()
           "one PostgreSQL database between servers (give a password through PGPASSWORD, "
           "~/.pgpass or the configuration file, not on the command line)." },
         { "NUV_KESP_PREFETCH", K::Number, 1, "prefetch", "n", "1",
-          "Requests the broker hands this instance ahead (1: a burst spreads evenly)." },
+          "Requests the broker hands this instance ahead, at least one per worker (as few as "
+          "that: a burst spreads evenly)." },
+        { "NUV_KESP_WORKERS", K::Number, 1, "workers", "n", nullptr,
+          "Requests this instance runs at once, each on an engine and a database connection of "
+          "its own (default: the number of cores)." },
         { "NUV_KESP_NAME", K::Text, 0, "name", "name", nullptr,
           "This instance's name in the log (default host-pid)." },
         { "NUV_KESP_MAX_BACKOFF_MS", K::Number, 100, "max-backoff-ms", "ms", "30000",

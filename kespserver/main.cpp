@@ -15,9 +15,11 @@
 
 #include <csignal>
 #include <cstdio>
+#include <memory>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -104,17 +106,34 @@ int main(int argc, char **argv)
         break;
     }
 
-    nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(config.database));
+    // One engine per worker, each with a database connection of its own;
+    // the first checks and migrates the database.
+    const nuvserver::EngineOptions options
+        = nuvserver::EngineOptions::fromEnvironment(config.database);
+    std::vector<std::unique_ptr<nuvserver::ServerEngine>> engines;
+    std::vector<nuvserver::ServerEngine *> workers;
     QString databaseId;
-    if (const int status = kesp::openForServing(config, engine, &databaseId))
-        return status;
+    for (int i = 0; i < config.workers; ++i) {
+        engines.push_back(std::make_unique<nuvserver::ServerEngine>(options));
+        workers.push_back(engines.back().get());
+        if (i == 0) {
+            if (const int status = kesp::openForServing(config, *engines.back(), &databaseId))
+                return status;
+        } else if (!engines.back()->open(&error)) {
+            kesp::complain(QStringLiteral("cannot open the database for worker %1 of %2: %3")
+                               .arg(i + 1)
+                               .arg(config.workers)
+                               .arg(error));
+            return kesp::ExitFailed;
+        }
+    }
     install(SIGTERM, onStop);
     install(SIGINT, onStop);
     install(SIGUSR1, onStatus);
     // A broker that hangs up mid-write must not kill the process.
     install(SIGPIPE, SIG_IGN);
 
-    kesp::RequestServer server(config, engine);
+    kesp::RequestServer server(config, workers);
     if (config.peerCheckMs > 0)
         server.checkPeers(databaseId);
     if (!server.startMetrics(&error)) {

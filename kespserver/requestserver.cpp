@@ -17,6 +17,7 @@
 #include <QUuid>
 
 #include <cstdio>
+#include <poll.h>
 
 namespace kesp {
 
@@ -71,10 +72,32 @@ bool hasExpired(const stomp::Frame &message, qint64 nowMs)
     return expires > 0 && expires < nowMs;
 }
 
-RequestServer::RequestServer(const ServerConfig &config, nuvserver::ServerEngine &engine)
+// A request from its arrival to its ACK; filled in by the serving thread,
+// and the reply by the worker that runs it.
+struct RequestServer::InHand
+{
+    QElapsedTimer timer;
+    QByteArray replyTo;
+    QByteArray correlation;
+    QByteArray ackId;
+    QByteArray messageId;
+    QByteArray claimedUser;
+    QString word = QStringLiteral("?");
+    nuvMQClassifyMessage request;
+    nuvMQClassifyMessage reply;
+    nuvserver::Origin origin;
+    QString key;
+    QString user; // whom the engine ran it as
+    bool replayed = false;
+};
+
+RequestServer::RequestServer(const ServerConfig &config,
+                             const std::vector<nuvserver::ServerEngine *> &engines)
     : config(config)
-    , engine(engine)
-{ }
+    , pool(engines)
+{
+    counters.setWorkers(pool.size());
+}
 
 void RequestServer::log(int level, const QString &line) const
 {
@@ -106,21 +129,31 @@ void RequestServer::pause(int ms)
     }
 }
 
-void RequestServer::runOnWorker(const std::function<void()> &job)
+void RequestServer::runNow(const WorkerPool::Job &job)
 {
-    worker.start(job);
-    // The engine works; this thread keeps the broker connection alive. The
-    // wait ends as soon as the job does, so a reply never waits for a pump.
-    while (!worker.wait(20)) {
-        link.pump(0);
+    bool done = false;
+    pool.submit(job, [&done] { done = true; });
+    waitUntil([&done] { return done; });
+}
+
+void RequestServer::waitUntil(const std::function<bool()> &condition)
+{
+    // The wait ends as soon as a job does, so a reply never waits for a
+    // pump.
+    while (!condition()) {
+        if (link.isOpen())
+            link.pump(0);
         notifier.alive();
+        pool.waitFinished(20);
+        pool.collect();
     }
 }
 
 void RequestServer::pruneRecords()
 {
     // On a shared database this may wait for other instances' writes.
-    runOnWorker([this] { engine.forgetProcessedRequests(config.keepRecordsHours); });
+    const int hours = config.keepRecordsHours;
+    runNow([hours](nuvserver::ServerEngine &engine) { engine.forgetProcessedRequests(hours); });
     sincePrune.restart();
 }
 
@@ -129,7 +162,7 @@ void RequestServer::housekeeping()
     if (sincePrune.elapsed() > pruneEveryMs)
         pruneRecords();
     if (!sinceSweep.isValid() || sinceSweep.elapsed() > sweepEveryMs) {
-        runOnWorker([this] { engine.endIdleSessions(); });
+        runNow([](nuvserver::ServerEngine &engine) { engine.endIdleSessions(); });
         sinceSweep.restart();
     }
 }
@@ -139,9 +172,13 @@ void RequestServer::connectionClosed(const stomp::Frame &advisory)
     const QString connection = closedConnection(advisory.body);
     if (connection.isEmpty())
         return;
-    // Every instance hears it; ending a session twice does no harm.
-    runOnWorker([&] { engine.endConnection(connection); });
-    log(2, QStringLiteral("connection %1 closed; its sessions ended").arg(connection));
+    // Every instance hears it; ending a session twice does no harm. It
+    // waits for a free worker like a request, and this thread goes on.
+    pool.submit([connection](nuvserver::ServerEngine &engine) { engine.endConnection(connection); },
+                [this, connection] {
+                    log(2,
+                        QStringLiteral("connection %1 closed; its sessions ended").arg(connection));
+                });
 }
 
 RequestServer::Connection RequestServer::connectOnce(QString *why)
@@ -173,9 +210,10 @@ RequestServer::Connection RequestServer::connectOnce(QString *why)
         return result;
     }
     counters.connected(link.label());
-    const QString serving = QStringLiteral("serving %1 at %2 (prefetch %3)")
+    const QString serving = QStringLiteral("serving %1 at %2 (prefetch %3, workers %4)")
                                 .arg(config.settings.requestQueue, link.label())
-                                .arg(config.prefetch);
+                                .arg(config.prefetch)
+                                .arg(pool.size());
     log(0, serving);
     notifier.ready(serving);
     return Connection::Serving;
@@ -306,142 +344,203 @@ int RequestServer::run()
 
 void RequestServer::serveConnection()
 {
+    lost = false;
     stomp::Frame frame;
-    while (!stopRequested) {
+    while (!stopRequested && !lost) {
         pollSignals();
-        if (!link.receive(&frame, pollMs)) {
-            if (link.isOpen()) {
-                // Idle: a good moment for housekeeping.
-                housekeeping();
-                continue;
-            }
+        // Replies and ACKs of the requests that finished.
+        pool.collect();
+        if (lost)
+            break;
+        if (link.receive(&frame, 0)) {
+            dispatch(frame);
+            continue;
+        }
+        if (!link.isOpen()) {
             log(0, link.errorText());
-            link.abort();
-            return;
+            lost = true;
+            break;
         }
-        if (frame.command == "MESSAGE" && frame.header("subscription") == advisorySubscriptionId) {
-            connectionClosed(frame);
-        } else if (frame.command == "MESSAGE" && peers
-                   && frame.header("subscription") == PeerCheck::subscriptionId) {
-            answerPeer(frame);
-        } else if (frame.command == "MESSAGE") {
-            if (serve(frame) == Outcome::Lost) {
-                log(0, link.errorText());
-                link.abort();
-                return;
-            }
-        } else if (frame.command == "ERROR") {
-            // ActiveMQ reports a failed SEND (a reply to a caller that has
-            // gone, and its temporary queue with it) and keeps the connection.
-            log(0,
-                QStringLiteral("the broker reports: %1")
-                    .arg(QString::fromUtf8(frame.header("message"))));
-        }
+        // Idle: a good moment for housekeeping.
+        if (pool.inHand() == 0)
+            housekeeping();
+        waitForWork(pollMs);
     }
-    // Whatever the broker prefetched for us and we did not acknowledge goes
-    // back to the queue when we disconnect.
+    if (lost) {
+        link.abort();
+        // The requests in hand still run to their commit; their replies
+        // cannot leave, and the broker delivers them again (here or to
+        // another instance), answered then from their record.
+        drain();
+        return;
+    }
+    if (pool.inHand() > 0)
+        log(0, QStringLiteral("stopping: finishing %1 requests in hand").arg(pool.inHand()));
+    drain();
+    // Whatever the broker prefetched for us and we did not start goes back
+    // to the queue when we disconnect.
     notifier.stopping();
     link.close(3000);
     log(0, QStringLiteral("disconnected from the broker"));
 }
 
-RequestServer::Outcome RequestServer::serve(const stomp::Frame &message)
+void RequestServer::waitForWork(int waitMs)
 {
-    QElapsedTimer timer;
-    timer.start();
-    const QByteArray replyTo = message.header("reply-to");
-    const QByteArray correlation = message.header("correlation-id");
-    stomp::Frame ack("ACK");
-    ack.add("id", message.header("ack"));
+    pollfd watched[2] = { { link.descriptor(), POLLIN, 0 }, { pool.readyDescriptor(), POLLIN, 0 } };
+    // A signal ends the wait early (EINTR), which is what a stop wants.
+    ::poll(watched, 2, waitMs);
+}
+
+void RequestServer::drain()
+{
+    waitUntil([this] { return pool.inHand() == 0; });
+}
+
+void RequestServer::dispatch(const stomp::Frame &frame)
+{
+    if (frame.command == "MESSAGE" && frame.header("subscription") == advisorySubscriptionId) {
+        connectionClosed(frame);
+    } else if (frame.command == "MESSAGE" && peers
+               && frame.header("subscription") == PeerCheck::subscriptionId) {
+        answerPeer(frame);
+    } else if (frame.command == "MESSAGE") {
+        serve(frame);
+    } else if (frame.command == "ERROR") {
+        // ActiveMQ reports a failed SEND (a reply to a caller that has
+        // gone, and its temporary queue with it) and keeps the connection.
+        log(0,
+            QStringLiteral("the broker reports: %1")
+                .arg(QString::fromUtf8(frame.header("message"))));
+    }
+}
+
+void RequestServer::serve(const stomp::Frame &message)
+{
+    const auto request = std::make_shared<InHand>();
+    request->timer.start();
+    request->replyTo = message.header("reply-to");
+    request->correlation = message.header("correlation-id");
+    request->ackId = message.header("ack");
+    request->messageId = message.header("message-id");
+    request->claimedUser = message.header("nuv-user");
 
     // Its caller has given up: an answer would only be dropped.
     if (hasExpired(message, QDateTime::currentMSecsSinceEpoch())) {
-        if (!link.send(ack))
-            return Outcome::Lost;
+        stomp::Frame ack("ACK");
+        ack.add("id", request->ackId);
+        if (!link.send(ack)) {
+            log(0, link.errorText());
+            lost = true;
+            return;
+        }
         counters.expired();
         log(1,
             QStringLiteral("expired request %1 dropped unanswered")
-                .arg(logField(QString::fromLatin1(correlation))));
-        return Outcome::Served;
+                .arg(logField(QString::fromLatin1(request->correlation))));
+        return;
     }
 
-    nuvMQClassifyMessage request;
-    nuvMQClassifyMessage reply;
-    bool replayed = false;
-    QString word = QStringLiteral("?");
-    QString user;
-    const QString problem = decodeRequest(message.body, &request);
+    const QString problem = decodeRequest(message.body, &request->request);
     if (!problem.isEmpty()) {
-        reply.command = QLatin1String(nuvprotocol::status::error);
-        reply.hasErrorText = true;
-        reply.errorText = QStringLiteral("the request could not be decoded: ") + problem;
-    } else {
-        word = request.command;
-        const QByteArray token = message.header("nuv-session-token");
-        const nuvserver::Origin origin { QString::fromLatin1(token), senderConnection(message) };
-        const QString key = requestKey(message);
-        if (!stomp::isSessionToken(token)) {
-            refuse(reply,
-                   nuvserver::echoed(word)
-                       + QStringLiteral(
-                           ": not logged in: the request carries no valid session token"));
-        } else if (origin.connection.isEmpty()) {
-            // Without it a session could not be bound to its connection.
-            refuse(reply,
-                   nuvserver::echoed(word)
-                       + QStringLiteral(": the broker did not name the connection that sent "
-                                        "the request (message-id '%1')")
-                             .arg(QString::fromUtf8(message.header("message-id").left(100))));
-        } else {
-            runOnWorker([&] {
-                reply = engine.handle(request, origin, key, &replayed);
-                user = engine.lastCaller();
-                counters.databaseRoundTrips(engine.lastRequestCounters().roundTrips);
-            });
-        }
+        refuse(request->reply, QStringLiteral("the request could not be decoded: ") + problem);
+        finish(*request);
+        return;
     }
+    request->word = request->request.command;
+    const QByteArray token = message.header("nuv-session-token");
+    request->origin = { QString::fromLatin1(token), senderConnection(message) };
+    request->key = requestKey(message);
+    if (!stomp::isSessionToken(token)) {
+        refuse(request->reply,
+               nuvserver::echoed(request->word)
+                   + QStringLiteral(": not logged in: the request carries no valid session token"));
+        finish(*request);
+    } else if (request->origin.connection.isEmpty()) {
+        // Without it a session could not be bound to its connection.
+        refuse(request->reply,
+               nuvserver::echoed(request->word)
+                   + QStringLiteral(": the broker did not name the connection that sent the "
+                                    "request (message-id '%1')")
+                         .arg(QString::fromUtf8(request->messageId.left(100))));
+        finish(*request);
+    } else {
+        pool.submit(
+            [this, request](nuvserver::ServerEngine &engine) {
+                counters.engineEntered();
+                request->reply = engine.handle(request->request, request->origin, request->key,
+                                               &request->replayed);
+                request->user = engine.lastCaller();
+                counters.databaseRoundTrips(engine.lastRequestCounters().roundTrips);
+                counters.engineLeft();
+            },
+            [this, request] { finish(*request); });
+    }
+}
 
-    if (!replyTo.isEmpty()) {
+void RequestServer::finish(const InHand &request)
+{
+    if (lost || !link.isOpen()) {
+        log(1,
+            QStringLiteral("%1 finished after the broker connection was lost; the broker "
+                           "delivers it again")
+                .arg(logField(request.word, 40)));
+        return;
+    }
+    if (!request.replyTo.isEmpty()) {
         QString body;
+        nuvMQClassifyMessage reply = request.reply;
         reply.convertToBase64(body);
         stomp::Frame answer("SEND");
-        answer.add("destination", replyTo).add("correlation-id", correlation);
+        answer.add("destination", request.replyTo).add("correlation-id", request.correlation);
         answer.add("amq-msg-type", "text").add("nuv-message-type", reply.getType().toUtf8());
         answer.body = body.toLatin1();
-        if (!link.send(answer))
-            return Outcome::Lost;
+        if (!link.send(answer)) {
+            log(0, link.errorText());
+            lost = true;
+            return;
+        }
     }
     // Only now: the effect is committed and the reply is on its way.
-    if (!link.send(ack))
-        return Outcome::Lost;
+    stomp::Frame ack("ACK");
+    ack.add("id", request.ackId);
+    if (!link.send(ack)) {
+        log(0, link.errorText());
+        lost = true;
+        return;
+    }
+    const bool failed = request.reply.command == QLatin1String(nuvprotocol::status::error);
+    counters.answered(request.timer.nsecsElapsed() / 1000, failed, request.replayed);
+    logRequest(request);
+}
 
-    const bool failed = reply.command == QLatin1String(nuvprotocol::status::error);
-    counters.answered(timer.nsecsElapsed() / 1000, failed, replayed);
+void RequestServer::logRequest(const InHand &request) const
+{
     if (config.verbosity >= 1) {
         // The command, who asked and how it went; never an argument (a
         // password travels in the arguments of several commands).
         // Every field that a client chose is escaped and cut: a line break
         // in a command word must not start a line of its own. The user is
         // the one the engine ran the request as, never a claim.
+        const nuvMQClassifyMessage &reply = request.reply;
         QString result
             = reply.command.isEmpty() ? QStringLiteral("(no status)") : logField(reply.command, 20);
-        if (failed)
+        if (reply.command == QLatin1String(nuvprotocol::status::error))
             result += QStringLiteral(" (%1)").arg(logField(reply.errorText));
         log(1,
             QStringLiteral("%1 user=%2 %3 ms %4%5%6")
-                .arg(logField(word, 40), user.isEmpty() ? QStringLiteral("-") : logField(user, 100),
-                     QString::number(double(timer.nsecsElapsed()) / 1e6, 'f', 1), result,
-                     replayed ? QStringLiteral(" [replayed]") : QString(),
-                     replyTo.isEmpty() ? QStringLiteral(" [one-way]") : QString()));
+                .arg(logField(request.word, 40),
+                     request.user.isEmpty() ? QStringLiteral("-") : logField(request.user, 100),
+                     QString::number(double(request.timer.nsecsElapsed()) / 1e6, 'f', 1), result,
+                     request.replayed ? QStringLiteral(" [replayed]") : QString(),
+                     request.replyTo.isEmpty() ? QStringLiteral(" [one-way]") : QString()));
     }
     if (config.verbosity >= 2)
         log(2,
             QStringLiteral("  message-id=%1 correlation-id=%2 reply-to=%3 claimed-user=%4")
-                .arg(logField(QString::fromUtf8(message.header("message-id"))),
-                     logField(QString::fromLatin1(correlation)),
-                     logField(QString::fromUtf8(replyTo)),
-                     logField(QString::fromUtf8(message.header("nuv-user")), 100)));
-    return Outcome::Served;
+                .arg(logField(QString::fromUtf8(request.messageId)),
+                     logField(QString::fromLatin1(request.correlation)),
+                     logField(QString::fromUtf8(request.replyTo)),
+                     logField(QString::fromUtf8(request.claimedUser), 100)));
 }
 
 } // namespace kesp

@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QHostAddress>
 #include <QHostInfo>
+#include <QThread>
 
 #include <memory>
 #include <vector>
@@ -149,7 +150,11 @@ bool parseConfig(const QStringList &arguments, const QProcessEnvironment &enviro
     config->admin = parser.value(admin);
     config->verbosity = parser.isSet(quiet) ? 0 : parser.isSet(verbose) ? 2 : 1;
     config->database = settings.value("NUV_KESP_DATABASE");
-    config->prefetch = settings.number("NUV_KESP_PREFETCH");
+    config->workers = settings.isSet("NUV_KESP_WORKERS") ? settings.number("NUV_KESP_WORKERS")
+                                                         : QThread::idealThreadCount();
+    config->workers = qMax(1, config->workers);
+    // Fewer requests in hand than workers would leave engines idle.
+    config->prefetch = qMax(settings.number("NUV_KESP_PREFETCH"), config->workers);
     config->maxBackoffMs = settings.number("NUV_KESP_MAX_BACKOFF_MS");
     config->firstBackoffMs = qMin(config->firstBackoffMs, config->maxBackoffMs);
     config->peerCheckMs = settings.number("NUV_KESP_PEER_CHECK_MS");

@@ -28,7 +28,8 @@ struct ServerConfig
     stomp::BrokerSettings settings;
     QString database;
     QString name; // in every log line, to tell instances apart
-    int prefetch = 1;
+    int prefetch = 1; // at least `workers` when serving
+    int workers = 1; // engines running requests at once
     int verbosity = 1; // 0 problems only, 1 a line per request, 2 frame details
     int firstBackoffMs = 250;
     int maxBackoffMs = 30000;

@@ -68,6 +68,36 @@ void ServerCounters::disconnected()
     connectedSince = QDateTime();
 }
 
+void ServerCounters::setWorkers(int count)
+{
+    nuv::MutexLocker lock(&mutex);
+    workers = count;
+}
+
+void ServerCounters::engineEntered()
+{
+    nuv::MutexLocker lock(&mutex);
+    runningPeak = qMax(runningPeak, ++runningNow);
+}
+
+void ServerCounters::engineLeft()
+{
+    nuv::MutexLocker lock(&mutex);
+    --runningNow;
+}
+
+int ServerCounters::running() const
+{
+    nuv::MutexLocker lock(&mutex);
+    return runningNow;
+}
+
+int ServerCounters::peakRunning() const
+{
+    nuv::MutexLocker lock(&mutex);
+    return runningPeak;
+}
+
 qint64 ServerCounters::requests() const
 {
     nuv::MutexLocker lock(&mutex);
@@ -92,9 +122,9 @@ QString ServerCounters::statusLine() const
         ? QStringLiteral("connected to %1 since %2")
               .arg(brokerLabel, connectedSince.toString(Qt::ISODate))
         : QStringLiteral("not connected");
-    return QStringLiteral("status: %1; up since %2; connections %3; requests %4, errors %5, "
-                          "expired %6, replayed %7; latency ms: mean %8, median %9, p95 %10, "
-                          "max %11")
+    return QStringLiteral("status: %1; up since %2; connections %3; workers %12, running %13 "
+                          "(at most %14 at once); requests %4, errors %5, expired %6, replayed "
+                          "%7; latency ms: mean %8, median %9, p95 %10, max %11")
         .arg(health, started.toString(Qt::ISODate))
         .arg(connectCount)
         .arg(requestCount)
@@ -102,7 +132,10 @@ QString ServerCounters::statusLine() const
         .arg(expiredCount)
         .arg(replayedCount)
         .arg(millis(requestCount ? totalMicros / requestCount : 0), millis(at(0.5)),
-             millis(at(0.95)), millis(maxMicros));
+             millis(at(0.95)), millis(maxMicros))
+        .arg(workers)
+        .arg(runningNow)
+        .arg(runningPeak);
 }
 
 QByteArray ServerCounters::prometheusText() const
@@ -123,6 +156,10 @@ QByteArray ServerCounters::prometheusText() const
            "Statements sent to the database (each a round trip).", roundTripCount);
     metric(out, "nuvkesp_broker_connected", "gauge",
            "1 while subscribed to the request queue, else 0.", connectedSince.isValid() ? 1 : 0);
+    metric(out, "nuvkesp_workers", "gauge", "Engines that run requests at once.", workers);
+    metric(out, "nuvkesp_requests_running", "gauge", "Requests in the engines now.", runningNow);
+    metric(out, "nuvkesp_requests_running_peak", "gauge",
+           "The most requests that were in the engines at once.", runningPeak);
     metric(out, "nuvkesp_start_time_seconds", "gauge", "When the instance started (Unix time).",
            started.toSecsSinceEpoch());
     const QByteArray name = "nuvkesp_request_duration_seconds";

@@ -29,8 +29,15 @@ public:
     void databaseRoundTrips(int count);
     void connected(const QString &broker);
     void disconnected();
+    void setWorkers(int count);
+    // A request enters or leaves an engine (from the workers' threads).
+    void engineEntered();
+    void engineLeft();
 
     qint64 requests() const;
+    // Requests in the engines now, and the most there were at once.
+    int running() const;
+    int peakRunning() const;
     bool isConnected() const;
     QString statusLine() const;
     // The counters in the Prometheus text exposition format.
@@ -48,6 +55,9 @@ private:
     qint64 replayedCount NUV_GUARDED_BY(mutex) = 0;
     qint64 connectCount NUV_GUARDED_BY(mutex) = 0;
     qint64 roundTripCount NUV_GUARDED_BY(mutex) = 0;
+    int workers NUV_GUARDED_BY(mutex) = 1;
+    int runningNow NUV_GUARDED_BY(mutex) = 0;
+    int runningPeak NUV_GUARDED_BY(mutex) = 0;
     qint64 totalMicros NUV_GUARDED_BY(mutex) = 0;
     qint64 maxMicros NUV_GUARDED_BY(mutex) = 0;
     // not cumulative

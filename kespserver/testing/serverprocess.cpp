@@ -92,8 +92,20 @@ bool ServerProcess::stop(int timeoutMs, int signal)
 {
     if (process.state() == QProcess::NotRunning)
         return false;
+    sendSignal(signal);
+    return waitForExit(timeoutMs);
+}
+
+void ServerProcess::sendSignal(int signal)
+{
     ::kill(pid_t(process.processId()), signal);
-    return process.waitForFinished(timeoutMs) && process.exitStatus() == QProcess::NormalExit
+}
+
+bool ServerProcess::waitForExit(int timeoutMs)
+{
+    if (process.state() != QProcess::NotRunning)
+        process.waitForFinished(timeoutMs);
+    return process.state() == QProcess::NotRunning && process.exitStatus() == QProcess::NormalExit
         && process.exitCode() == 0;
 }
 

@@ -34,6 +34,10 @@ public:
     // SIGTERM (or `signal`) and wait; false when it does not end in time
     // or fails.
     bool stop(int timeoutMs = 15000, int signal = SIGTERM);
+    // Sends `signal` and returns at once.
+    void sendSignal(int signal);
+    // Waits for the end; true when it ended cleanly (exit status 0).
+    bool waitForExit(int timeoutMs = 15000);
     // SIGKILL: no goodbye, no acknowledgements.
     void kill();
     // A counter of its status line at exit ("requests", "errors",

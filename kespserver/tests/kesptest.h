@@ -6,6 +6,7 @@
 #include "scratchdatabase.h"
 #include "serverengine.h"
 
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QVariant>
 
@@ -74,6 +75,14 @@ struct JoinOnExit
             thread.join();
     }
 };
+
+// A loopback port that nothing listens on right now.
+inline quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    return probe.serverPort();
+}
 
 // One number from the database, read on a connection of the test's own.
 inline qint64 countRows(const QString &database, const QString &sql)

@@ -3,7 +3,8 @@
 // burst of requests from several callers; in one case an instance is killed
 // (SIGKILL) in the middle, and the broker hands its unacknowledged requests
 // to the other. Every request must be answered once, and its effect must
-// be in the database once.
+// be in the database once, also when each instance runs several requests
+// at once.
 
 #include "kesptest.h"
 #include "loadclient.h"
@@ -40,20 +41,27 @@ void KespScaleOut::burst_data()
 {
     QTest::addColumn<Ending>("ending");
     QTest::addColumn<int>("prefetch");
-    QTest::newRow("both serve to the end") << Ending::Stays << 1;
-    QTest::newRow("one killed mid-burst") << Ending::Killed << 1;
-    QTest::newRow("one killed mid-burst, prefetch 8") << Ending::Killed << 8;
-    QTest::newRow("one stopped by SIGTERM mid-burst, prefetch 8") << Ending::Terminated << 8;
-    QTest::newRow("one stopped by SIGINT mid-burst") << Ending::Interrupted << 1;
+    QTest::addColumn<int>("workers");
+    QTest::newRow("both serve to the end") << Ending::Stays << 1 << 1;
+    QTest::newRow("one killed mid-burst") << Ending::Killed << 1 << 1;
+    QTest::newRow("one killed mid-burst, prefetch 8") << Ending::Killed << 8 << 1;
+    QTest::newRow("one stopped by SIGTERM mid-burst, prefetch 8") << Ending::Terminated << 8 << 1;
+    QTest::newRow("one stopped by SIGINT mid-burst") << Ending::Interrupted << 1 << 1;
+    QTest::newRow("4 workers each, both serve to the end") << Ending::Stays << 4 << 4;
+    QTest::newRow("4 workers each, one killed mid-burst") << Ending::Killed << 8 << 4;
+    QTest::newRow("4 workers each, one stopped by SIGTERM mid-burst")
+        << Ending::Terminated << 4 << 4;
 }
 
 void KespScaleOut::burst()
 {
     QFETCH(Ending, ending);
     QFETCH(int, prefetch);
+    QFETCH(int, workers);
     const kesptest::Workspace space;
     QVERIFY2(!space.database.isEmpty(), qPrintable(space.error));
-    const QStringList arguments { QStringLiteral("--prefetch"), QString::number(prefetch) };
+    const QStringList arguments { QStringLiteral("--prefetch"), QString::number(prefetch),
+                                  QStringLiteral("--workers"), QString::number(workers) };
     kesp::ServerProcess first(QStringLiteral("first"), space.database,
                               kesptest::brokerAddress(broker),
                               space.path(QStringLiteral("first.log")), arguments);
@@ -69,7 +77,8 @@ void KespScaleOut::burst()
     plan.user = kesptest::user;
     plan.password = kesptest::password;
     plan.prefix = QStringLiteral("burst");
-    plan.threads = 4;
+    // More callers than one instance's workers, so that both are busy.
+    plan.threads = qMax(4, 2 * workers);
     plan.requests = 2000;
     kesp::LoadResult result;
     // std::thread, whose join ThreadSanitizer sees, unlike QThread::wait.
@@ -115,7 +124,9 @@ void KespScaleOut::burst()
         // hand; a request whose effect was committed before the kill came
         // back as a replay of its stored reply. An instance logs a request
         // after its ACK, so the victim may have died between the two for
-        // the one request in hand: that one is missing from both logs.
+        // the one request in hand: that one is missing from both logs. With
+        // several workers still only one: replies, ACKs and log lines are
+        // written by one thread, one request after the other.
         QVERIFY(firstShare + secondShare >= plan.requests - 1);
         QVERIFY(firstShare + secondShare <= plan.requests);
         QVERIFY2(secondShare > 0, qPrintable(second.log().right(2000)));

@@ -68,14 +68,6 @@ int modeOf(const QString &path)
                                                                      : -1;
 }
 
-// A port that nothing listens on right now.
-quint16 freePort()
-{
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost, 0);
-    return probe.serverPort();
-}
-
 // GET on loopback; the status code and body.
 QPair<int, QByteArray> fetch(const QString &url)
 {
@@ -402,7 +394,7 @@ void KespStart::refusesAnotherDatabaseOnTheQueue()
 
 void KespStart::statusAndMetrics()
 {
-    const QString address = QStringLiteral("127.0.0.1:%1").arg(freePort());
+    const QString address = QStringLiteral("127.0.0.1:%1").arg(kesptest::freePort());
     const QString path
         = writeFile(QStringLiteral("metrics.conf"),
                     QStringLiteral("NUV_KESP_METRICS = %1\n").arg(address), ownerOnly());

@@ -4,9 +4,9 @@
 // sends numbered requests from several callers through the real transport
 // plugin and prints the throughput and the round-trip percentiles.
 //
-//   NUV_BROKER_DIR=... nuvkespload [instances] [requests] [threads] [--json]
+//   NUV_BROKER_DIR=... nuvkespload [instances] [requests] [threads] [--workers N] [--json]
 //   NUV_BROKER_DIR=... nuvkespload --mix read|write [instances] [threads] [seconds]
-//                      [--db-delay MS] [--json]
+//                      [--workers N] [--db-delay MS] [--json]
 //   NUV_BROKER_DIR=... nuvkespload --roles [count] [warm-up] [--db-delay MS] [--json]
 //   NUV_BROKER_DIR=... nuvkespload --fairness [instances] [seconds] [--json]
 //
@@ -17,7 +17,9 @@
 // against one instance: the round trip of a small read with the real engine
 // answering. --db-delay puts nuvdelayproxy between the instances and
 // PostgreSQL, adding MS milliseconds each way as a database on another host
-// would, and reports the database round trips per request that it counted. --fairness has one user
+// would, and reports the database round trips per request that it counted.
+// --workers sets the workers of every instance (default: the server's, the
+// number of cores; --roles always runs one). --fairness has one user
 // send the heaviest request the limits allow (CFDOCMULTICLASSIFY of NUV_SERVER_MAX_IDS documents)
 // in a loop while another user calls CFROLES, and reports the second user's round trips: what one
 // user's load costs the others. --json prints one JSON object (for scripts/bench).
@@ -66,6 +68,7 @@ int measureRoles(const stomp::BrokerEnv &broker, int count, int warmUp, int dela
     kespload::Servers servers;
     kespload::ServerSetup setup;
     setup.databaseDelayMs = delayMs;
+    setup.workers = 1;
     if (!servers.start(broker, setup))
         return 1;
     QPluginLoader loader(nuvlayout::classifyPluginFile());
@@ -201,11 +204,11 @@ int measureFairness(const stomp::BrokerEnv &broker, int instances, int seconds, 
     return 0;
 }
 
-int measureLoad(const stomp::BrokerEnv &broker, int instances, int requests, int threads, bool json)
+int measureLoad(const stomp::BrokerEnv &broker, const kespload::ServerSetup &setup, int requests,
+                int threads, bool json)
 {
+    const int instances = setup.instances;
     kespload::Servers servers;
-    kespload::ServerSetup setup;
-    setup.instances = instances;
     if (!servers.start(broker, setup))
         return 1;
     kesp::LoadPlan plan = kespload::loadPlan(broker, QStringLiteral("load"), threads);
@@ -214,12 +217,13 @@ int measureLoad(const stomp::BrokerEnv &broker, int instances, int requests, int
     servers.stop();
     const kespload::Figures figures = kespload::summarise(result);
     if (json) {
-        std::printf("{\"kind\": \"load\", \"instances\": %d, \"threads\": %d, \"requests\": %d, "
+        std::printf("{\"kind\": \"load\", \"instances\": %d, \"workers\": %d, \"threads\": %d, "
+                    "\"requests\": %d, "
                     "\"answered\": %d, \"failed\": %d, \"wall_ms\": %lld, \"per_second\": %.1f, "
                     "\"p50_ms\": %.3f, \"p99_ms\": %.3f}\n",
-                    instances, threads, requests, result.answered, int(result.failures.size()),
-                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
-                    figures.p99Ms);
+                    instances, kespload::workersOf(setup), threads, requests, result.answered,
+                    int(result.failures.size()), static_cast<long long>(result.wallMillis),
+                    figures.perSecond, figures.p50Ms, figures.p99Ms);
     } else {
         std::printf("instances %d, callers %d, requests %d, answered %d, failed %d\n", instances,
                     threads, requests, result.answered, int(result.failures.size()));
@@ -268,20 +272,21 @@ int measureMix(const stomp::BrokerEnv &broker, kesp::LoadMix mix,
     const char *database = testdatabase::onPostgres() ? "postgresql" : "sqlite";
     if (json)
         std::printf("{\"kind\": \"mix\", \"mix\": \"%s\", \"database\": \"%s\", "
-                    "\"delay_ms\": %d, \"instances\": %d, \"workers\": 1, \"threads\": %d, "
+                    "\"delay_ms\": %d, \"instances\": %d, \"workers\": %d, \"threads\": %d, "
                     "\"answered\": %d, \"failed\": %d, \"wall_ms\": %lld, \"per_second\": %.1f, "
                     "\"p50_ms\": %.3f, \"p99_ms\": %.3f, \"db_round_trips\": %s}\n",
-                    mixName, database, setup.databaseDelayMs, setup.instances, threads,
-                    result.answered, int(result.failures.size()),
-                    static_cast<long long>(result.wallMillis), figures.perSecond, figures.p50Ms,
-                    figures.p99Ms, trips.constData());
+                    mixName, database, setup.databaseDelayMs, setup.instances,
+                    kespload::workersOf(setup), threads, result.answered,
+                    int(result.failures.size()), static_cast<long long>(result.wallMillis),
+                    figures.perSecond, figures.p50Ms, figures.p99Ms, trips.constData());
     else
-        std::printf("%s mix on %s, %d instances, %d callers, %.1f s: answered %d, failed %d, "
+        std::printf("%s mix on %s, %d instances of %d workers, %d callers, %.1f s: answered %d, "
+                    "failed %d, "
                     "%.0f requests/s, p50 %.2f ms, p99 %.2f ms, database round trips per "
                     "request %s\n",
-                    mixName, database, setup.instances, threads, seconds, result.answered,
-                    int(result.failures.size()), figures.perSecond, figures.p50Ms, figures.p99Ms,
-                    trips.constData());
+                    mixName, database, setup.instances, kespload::workersOf(setup), threads,
+                    seconds, result.answered, int(result.failures.size()), figures.perSecond,
+                    figures.p50Ms, figures.p99Ms, trips.constData());
     return result.failures.isEmpty() ? 0 : 1;
 }
 
@@ -309,6 +314,7 @@ int main(int argc, char **argv)
     };
     const QString mixName = takeValue(QStringLiteral("--mix"));
     const QString delay = takeValue(QStringLiteral("--db-delay"));
+    const int workers = qMax(0, takeValue(QStringLiteral("--workers")).toInt());
     const int delayMs = delay.isEmpty() ? -1 : qMax(0, delay.toInt());
     if (!mixName.isEmpty() && mixName != QLatin1String("read")
         && mixName != QLatin1String("write")) {
@@ -335,6 +341,7 @@ int main(int argc, char **argv)
     if (!mixName.isEmpty()) {
         kespload::ServerSetup setup;
         setup.instances = qMax(1, args.value(1, QStringLiteral("1")).toInt());
+        setup.workers = workers;
         setup.databaseDelayMs = delayMs;
         const int threads = qMax(1, args.value(2, QStringLiteral("16")).toInt());
         const double seconds = qMax(0.1, args.value(3, QStringLiteral("5")).toDouble());
@@ -342,8 +349,10 @@ int main(int argc, char **argv)
             broker, mixName == QLatin1String("read") ? kesp::LoadMix::Reads : kesp::LoadMix::Writes,
             setup, threads, seconds, json);
     }
-    const int instances = qMax(1, args.value(1, QStringLiteral("1")).toInt());
+    kespload::ServerSetup setup;
+    setup.instances = qMax(1, args.value(1, QStringLiteral("1")).toInt());
+    setup.workers = workers;
     const int requests = qMax(1, args.value(2, QStringLiteral("2000")).toInt());
     const int threads = qMax(1, args.value(3, QStringLiteral("4")).toInt());
-    return measureLoad(broker, instances, requests, threads, json);
+    return measureLoad(broker, setup, requests, threads, json);
 }

@@ -9,6 +9,7 @@
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
+#include <QThread>
 #include <QUrl>
 
 #include <cstdio>
@@ -92,7 +93,8 @@ bool Servers::start(const stomp::BrokerEnv &broker, const ServerSetup &setup)
         servers.push_back(std::make_unique<kesp::ServerProcess>(
             QStringLiteral("load%1").arg(i), location, address,
             dir.filePath(QStringLiteral("server%1.log").arg(i)),
-            QStringList { QStringLiteral("--quiet") }));
+            QStringList { QStringLiteral("--quiet"), QStringLiteral("--workers"),
+                          QString::number(workersOf(setup)) }));
         if (!servers.back()->start()) {
             std::fprintf(stderr, "nuvkespload: a server did not start:\n%s\n",
                          qPrintable(servers.back()->log()));
@@ -148,6 +150,12 @@ QStringList seedDocuments(const QString &database, const QString &user, int coun
         ids.append(id);
     }
     return error->isEmpty() ? ids : QStringList();
+}
+
+int workersOf(const ServerSetup &setup)
+{
+    // The server's own default, on the same machine.
+    return setup.workers > 0 ? setup.workers : QThread::idealThreadCount();
 }
 
 kesp::LoadPlan loadPlan(const stomp::BrokerEnv &broker, const QString &prefix, int threads)

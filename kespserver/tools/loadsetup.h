@@ -33,6 +33,8 @@ extern const QString loadPassword;
 struct ServerSetup
 {
     int instances = 1;
+    // Workers per instance; 0: the server's default (the number of cores).
+    int workers = 0;
     // Added each way between the instances and PostgreSQL; -1: no proxy.
     int databaseDelayMs = -1;
 };
@@ -70,6 +72,9 @@ private:
 QString seedCatalogue(const QString &database, const QStringList &names);
 // `count` documents of `user` (logged in with loadPassword); their ids.
 QStringList seedDocuments(const QString &database, const QString &user, int count, QString *error);
+
+// The workers each instance of `setup` runs.
+int workersOf(const ServerSetup &setup);
 
 // A plan for `threads` callers logging in as the load user.
 kesp::LoadPlan loadPlan(const stomp::BrokerEnv &broker, const QString &prefix, int threads);
