@@ -17,5 +17,8 @@ extern "C" __attribute__((visibility("default"))) const char *__tsan_default_sup
            // receiving thread and handed to posters under Qt's own locks.
            "called_from_lib:libglib-2.0.so.0\n"
            // Qt's host lookup thread, whose results Qt hands back itself.
-           "called_from_lib:libQt5Network.so.5\n";
+           "called_from_lib:libQt5Network.so.5\n"
+           // Qt's D-Bus thread, which QNetworkAccessManager starts to watch
+           // the network manager service.
+           "called_from_lib:libQt5DBus.so.5\n";
 }
