@@ -50,21 +50,19 @@ DelayProxy::~DelayProxy()
 bool DelayProxy::start(const QString &targetHost, quint16 targetPort, int delayMs, quint16 port)
 {
     stop();
-    thread = std::make_unique<QThread>();
     listener = new Listener(targetHost, targetPort, delayMs, &shared);
+    // Listening before the hand-over to the accepting thread: the socket
+    // notifier moves along with the server, and no call has to cross to
+    // that thread and back.
+    const bool listening = listener->listen(QHostAddress::LocalHost, port);
+    listenPort = listener->serverPort();
+    error = listener->errorString();
+    thread = std::make_unique<QThread>();
     listener->moveToThread(thread.get());
+    // Links and their sockets die on the thread that owns them, which
+    // deletes them as it finishes (stop() waits for that).
+    QObject::connect(thread.get(), &QThread::finished, listener, &QObject::deleteLater);
     thread->start();
-    bool listening = false;
-    // Listening on the thread that will accept: the socket notifier
-    // belongs to it.
-    QMetaObject::invokeMethod(
-        listener,
-        [&] {
-            listening = listener->listen(QHostAddress::LocalHost, port);
-            listenPort = listener->serverPort();
-            error = listener->errorString();
-        },
-        Qt::BlockingQueuedConnection);
     if (!listening) {
         error = QStringLiteral("cannot listen on 127.0.0.1:%1: %2").arg(port).arg(error);
         stop();
@@ -78,9 +76,6 @@ void DelayProxy::stop()
 {
     if (!thread)
         return;
-    // Links and their sockets die on the thread that owns them.
-    QMetaObject::invokeMethod(
-        listener, [this] { delete listener; }, Qt::BlockingQueuedConnection);
     listener = nullptr;
     thread->quit();
     thread->wait();
