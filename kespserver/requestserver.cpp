@@ -470,7 +470,8 @@ void RequestServer::serve(const stomp::Frame &message)
                 request->reply = engine.handle(request->request, request->origin, request->key,
                                                &request->replayed);
                 request->user = engine.lastCaller();
-                counters.databaseRoundTrips(engine.lastRequestCounters().roundTrips);
+                const nuvserver::RequestCounters work = engine.lastRequestCounters();
+                counters.databaseWork(work.roundTrips, work.retries);
                 counters.engineLeft();
             },
             [this, request] { finish(*request); });

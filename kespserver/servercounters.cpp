@@ -42,10 +42,11 @@ void ServerCounters::answered(qint64 micros, bool failed, bool replayed)
     }
 }
 
-void ServerCounters::databaseRoundTrips(int count)
+void ServerCounters::databaseWork(int roundTrips, int retries)
 {
     nuv::MutexLocker lock(&mutex);
-    roundTripCount += count;
+    roundTripCount += roundTrips;
+    retryCount += retries;
 }
 
 void ServerCounters::expired()
@@ -154,6 +155,8 @@ QByteArray ServerCounters::prometheusText() const
     // Divided by the requests: what a database on another host costs each.
     metric(out, "nuvkesp_database_round_trips_total", "counter",
            "Statements sent to the database (each a round trip).", roundTripCount);
+    metric(out, "nuvkesp_write_retries_total", "counter",
+           "Requests run again after losing a race with a concurrent write.", retryCount);
     metric(out, "nuvkesp_broker_connected", "gauge",
            "1 while subscribed to the request queue, else 0.", connectedSince.isValid() ? 1 : 0);
     metric(out, "nuvkesp_workers", "gauge", "Engines that run requests at once.", workers);

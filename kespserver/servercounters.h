@@ -25,8 +25,10 @@ class ServerCounters
 public:
     void answered(qint64 micros, bool failed, bool replayed);
     void expired();
-    // The database statements one request sent (ServerEngine's count).
-    void databaseRoundTrips(int count);
+    // What one request cost the database (ServerEngine's count): the
+    // statements it sent, and how often it ran again after losing a race
+    // with a concurrent write.
+    void databaseWork(int roundTrips, int retries);
     void connected(const QString &broker);
     void disconnected();
     void setWorkers(int count);
@@ -55,6 +57,7 @@ private:
     qint64 replayedCount NUV_GUARDED_BY(mutex) = 0;
     qint64 connectCount NUV_GUARDED_BY(mutex) = 0;
     qint64 roundTripCount NUV_GUARDED_BY(mutex) = 0;
+    qint64 retryCount NUV_GUARDED_BY(mutex) = 0;
     int workers NUV_GUARDED_BY(mutex) = 1;
     int runningNow NUV_GUARDED_BY(mutex) = 0;
     int runningPeak NUV_GUARDED_BY(mutex) = 0;

@@ -2,6 +2,7 @@
 #include "admission.h"
 
 #include "fieldvalues.h"
+#include "schema.h"
 
 #include <QDateTime>
 #include <QSqlQuery>
@@ -60,19 +61,18 @@ RequestStart loadRequestStart(const QSqlDatabase &db, const QString &token,
     // statement is a round trip on PostgreSQL, and every request needs these.
     QSqlQuery query
         = run(db,
-              QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'),"
-                             " (SELECT value FROM meta WHERE key = 'change_counter'),"
+              QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'), %2,"
                              " (SELECT reply FROM processed_requests WHERE request_key = ?), s.*"
                              " FROM (SELECT 1 AS one) o LEFT JOIN (SELECT %1"
                              " FROM sessions s JOIN users u ON u.id = s.user_id"
                              " WHERE s.token = ? AND u.active = 1) s ON 1 = 1")
-                  .arg(QLatin1String(sessionColumns)),
+                  .arg(QLatin1String(sessionColumns), lastChangeNumberSql()),
               { orNull(requestKey), orNull(token) });
     RequestStart start;
     if (!query.next())
         fail(QStringLiteral("database error: the database has no update marker"));
     start.databaseId = query.value(0).toString();
-    start.changeCounter = query.value(1).toString();
+    start.changeNumber = query.value(1).toLongLong();
     if (!query.value(2).isNull())
         start.storedReply = query.value(2).toByteArray();
     start.session = sessionFrom(query, 3, token);

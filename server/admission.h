@@ -19,7 +19,7 @@ namespace nuvserver {
 struct RequestStart
 {
     QString databaseId;
-    QString changeCounter;
+    qint64 changeNumber = 0; // of the last change
     // The reply of a request with the same key that had its effect already.
     std::optional<QByteArray> storedReply;
     // The session bound to the token, on whichever connection.

@@ -125,6 +125,10 @@ enum CommandFlag : unsigned {
     // writes and is marked so fails on PostgreSQL (the snapshot is read
     // only); unmarked commands take the write path, the safe default.
     ReadOnly = 64,
+    // Works on the whole database: on PostgreSQL it holds the write lock
+    // from its start, so that no other write commits while it runs (run
+    // optimistically beside them, it would lose to nearly every one).
+    WholeDatabase = 128,
 };
 
 // The words of the command tables and of the notices handlers leave.

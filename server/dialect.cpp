@@ -213,6 +213,12 @@ bool isStatementTimeout(const QSqlError &error)
         || error.text().contains(QLatin1String("statement timeout"));
 }
 
+bool isLockTimeout(const QSqlError &error)
+{
+    // PostgreSQL's lock_not_available, which lock_timeout raises.
+    return error.nativeErrorCode() == QLatin1String("55P03");
+}
+
 QString withLiterals(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
     const auto literal = [&db](const QVariant &value) {

@@ -53,6 +53,8 @@ QSqlDatabase openDatabase(const DatabaseLocation &location, const QString &conne
 // migrations, which may be long.
 void limitStatementTime(QSqlDatabase &db, int timeoutMs);
 bool isStatementTimeout(const QSqlError &error);
+// Whether a statement waited for a lock longer than the busy timeout.
+bool isLockTimeout(const QSqlError &error);
 
 // `sql` with each `?` outside quotes replaced by the next of `values` as a
 // literal. For PostgreSQL: Qt's driver would PREPARE, EXECUTE and

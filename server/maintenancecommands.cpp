@@ -296,7 +296,7 @@ QVector<CommandEntry> maintenanceCommands()
     return {
         { words::getServerVersion, serverVersion, Public | ReadOnly },
         { words::getIndexerInfos, indexInfos, ReadOnly },
-        { words::recreateIndex, recreateIndex, Administrative | Writes },
+        { words::recreateIndex, recreateIndex, Administrative | Writes | WholeDatabase },
         { words::getScanInputProcessList, scanInputList, ReadOnly },
         { words::getScanInputProcessImage, scanInputImage, ReadOnly },
         { words::doBackup, backup, Administrative | OutsideTransaction },

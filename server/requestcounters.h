@@ -14,6 +14,9 @@ struct RequestCounters
     // PostgreSQL each is a round trip, the cost of a request on a database
     // on another host.
     int roundTrips = 0;
+    // Runs of the request again after it lost to a concurrent write
+    // (PostgreSQL: a serialization failure or a deadlock).
+    int retries = 0;
 };
 
 } // namespace nuvserver

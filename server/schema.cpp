@@ -131,6 +131,14 @@ const char *const version2[] = {
     "CREATE INDEX sessions_by_connection ON sessions(connection)",
 };
 
+// Version 3: the change counter becomes an append-only log of changes, one
+// row per successful write. Concurrent writers on PostgreSQL each append a
+// row instead of all updating one, which would make every two writes
+// conflict; the marker is the last number.
+const char *const version3[] = {
+    "CREATE TABLE changes(number INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL)",
+};
+
 void seedVersion1(const QSqlDatabase &db)
 {
     const QString now = nowText();
@@ -149,10 +157,27 @@ void seedVersion1(const QSqlDatabase &db)
     run(db, QStringLiteral("INSERT INTO archives(name, tenant_number) VALUES ('Default', 1)"));
 }
 
+// The counter and its time move from `meta` into the first row of
+// `changes`, so markers handed out before the update stay valid.
+void moveChangeCounter(const QSqlDatabase &db)
+{
+    run(db,
+        QStringLiteral("INSERT INTO changes(number, time)"
+                       " SELECT CAST(c.value AS BIGINT), t.value FROM meta c, meta t"
+                       " WHERE c.key = 'change_counter' AND t.key = 'last_change'"));
+    if (isPostgres(db)) {
+        // An explicit number does not move an identity column's sequence.
+        run(db,
+            QStringLiteral("SELECT setval(pg_get_serial_sequence('changes', 'number'),"
+                           " greatest(max(number), 1), max(number) >= 1) FROM changes"));
+    }
+    run(db, QStringLiteral("DELETE FROM meta WHERE key IN ('change_counter', 'last_change')"));
+}
+
 bool migrate(QSqlDatabase &db, int from, QString *error)
 {
     for (int version = from + 1; version <= schemaVersion; ++version) {
-        Transaction transaction(db, Transaction::Kind::Write);
+        Transaction transaction(db, Transaction::Kind::Exclusive);
         if (!transaction.isActive()) {
             if (error)
                 *error = QStringLiteral("the database is busy; the schema cannot be updated");
@@ -168,6 +193,10 @@ bool migrate(QSqlDatabase &db, int from, QString *error)
                 } else if (version == 2) {
                     for (const char *statement : version2)
                         run(db, QString::fromLatin1(statement));
+                } else if (version == 3) {
+                    for (const char *statement : version3)
+                        run(db, tableDefinition(db, QString::fromLatin1(statement)));
+                    moveChangeCounter(db);
                 }
                 storeSchemaVersion(db, version);
             }
@@ -196,7 +225,7 @@ int storedSchemaVersion(QSqlDatabase &db)
                 QStringLiteral("SELECT 1 FROM information_schema.tables"
                                " WHERE table_schema = current_schema()"
                                " AND table_name = 'schema_version'"))) {
-        Transaction transaction(db, Transaction::Kind::Write);
+        Transaction transaction(db, Transaction::Kind::Exclusive);
         if (!transaction.isActive())
             fail(QStringLiteral("the database is busy"));
         run(db,
@@ -240,7 +269,7 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
     // outside the numbered migrations: which broker requests have had their
     // effect, with the reply they got (see ServerEngine::handle with a key).
     // Made under the write lock: two servers may start at the same time.
-    Transaction transaction(db, Transaction::Kind::Write);
+    Transaction transaction(db, Transaction::Kind::Exclusive);
     if (!transaction.isActive()) {
         if (error)
             *error = QStringLiteral("the database is busy");
@@ -262,42 +291,53 @@ bool prepareDatabase(QSqlDatabase &db, QString *error)
     return transaction.commit(error);
 }
 
-QString markerText(const QString &databaseId, const QString &changeCounter)
+QString markerText(const QString &databaseId, qint64 changeNumber)
 {
-    return databaseId + QLatin1Char(':') + changeCounter;
+    return databaseId + QLatin1Char(':') + QString::number(changeNumber);
+}
+
+QString lastChangeNumberSql()
+{
+    return QStringLiteral("(SELECT coalesce(max(number), 0) FROM changes)");
 }
 
 QString currentMarker(const QSqlDatabase &db)
 {
     QSqlQuery query = run(db,
-                          QStringLiteral("SELECT key, value FROM meta WHERE key IN"
-                                         " ('database_id', 'change_counter')"));
-    QString id;
-    QString counter;
-    while (query.next()) {
-        if (query.value(0).toString() == QLatin1String("database_id"))
-            id = query.value(1).toString();
-        else
-            counter = query.value(1).toString();
-    }
-    return markerText(id, counter);
+                          QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'), ")
+                              + lastChangeNumberSql());
+    if (!query.next())
+        fail(QStringLiteral("database error: the database has no update marker"));
+    return markerText(query.value(0).toString(), query.value(1).toLongLong());
 }
 
-QString bumpChangeCounter(const QSqlDatabase &db)
+qint64 recordChange(const QSqlDatabase &db)
 {
-    QSqlQuery query = run(db,
-                          QStringLiteral("UPDATE meta SET value = CASE key"
-                                         " WHEN 'change_counter' THEN"
-                                         " CAST(CAST(value AS BIGINT) + 1 AS TEXT) ELSE ? END"
-                                         " WHERE key IN ('change_counter', 'last_change')"
-                                         " RETURNING key, value"),
-                          { nowText() });
-    QString counter;
-    while (query.next()) {
-        if (query.value(0).toString() == QLatin1String("change_counter"))
-            counter = query.value(1).toString();
+    QString sql = QStringLiteral("INSERT INTO changes(time) VALUES (?) RETURNING number");
+    if (isPostgres(db)) {
+        // Materialized, so that the lock is held before the row, and with
+        // it the number, is made.
+        sql = QStringLiteral("WITH commit_order AS MATERIALIZED (SELECT %1 AS locked)"
+                             " INSERT INTO changes(time) SELECT ? FROM commit_order"
+                             " RETURNING number")
+                  .arg(Transaction::commitOrderLockCall());
     }
-    return counter;
+    QSqlQuery query = run(db, sql, { nowText() });
+    if (!query.next())
+        fail(QStringLiteral("database error: the change was not counted"));
+    return query.value(0).toLongLong();
+}
+
+QString lastChangeTime(const QSqlDatabase &db)
+{
+    return scalar(db, QStringLiteral("SELECT time FROM changes ORDER BY number DESC LIMIT 1"))
+        .toString();
+}
+
+void foldChanges(const QSqlDatabase &db, qint64 lastNumber)
+{
+    constexpr qint64 kept = 10000;
+    run(db, QStringLiteral("DELETE FROM changes WHERE number <= ?"), { lastNumber - kept });
 }
 
 } // namespace nuvserver

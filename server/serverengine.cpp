@@ -18,6 +18,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QHash>
+#include <QRandomGenerator>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QThread>
@@ -29,6 +30,14 @@
 namespace nuvserver {
 
 namespace {
+
+// How often a request that lost a race with a concurrent write runs again
+// before it is answered as busy, and after how many lost races it runs
+// alone (see ServerEngine::handle()).
+constexpr int maxAttempts = 8;
+constexpr int exclusiveAfter = 3;
+// Every so many changes, the log of changes is folded (schema.h).
+constexpr qint64 foldEvery = 1000;
 
 const QHash<QString, CommandEntry> &commandTable()
 {
@@ -159,7 +168,7 @@ bool ServerEngine::open(QString *error)
     if (!engineOptions.initialAdminUser.isEmpty() && !engineOptions.initialAdminPassword.isEmpty()
         && !exists(db, QStringLiteral("SELECT 1 FROM users"))) {
         // Quietly skipped when another engine created a user meanwhile.
-        Transaction transaction(db, Transaction::Kind::Write);
+        Transaction transaction(db, Transaction::Kind::Exclusive);
         if (transaction.isActive()) {
             try {
                 if (!exists(db, QStringLiteral("SELECT 1 FROM users")))
@@ -188,7 +197,7 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
     ServerEngine engine(plainOptions);
     if (!engine.open(error))
         return false;
-    Transaction transaction(engine.db, Transaction::Kind::Write);
+    Transaction transaction(engine.db, Transaction::Kind::Exclusive);
     if (!transaction.isActive()) {
         if (error)
             *error = QStringLiteral("the database is busy");
@@ -196,7 +205,7 @@ bool ServerEngine::initialiseDatabase(const EngineOptions &options, const QStrin
     }
     try {
         createFirstAdministrator(engine.db, plainOptions, adminUser, adminPassword, fullName);
-        bumpChangeCounter(engine.db);
+        recordChange(engine.db);
     } catch (const Failure &failure) {
         if (error)
             *error = failure.text;
@@ -304,6 +313,7 @@ struct ServerEngine::Pass
     QString databaseId;
     QString markerBefore;
     QString markerAfter;
+    qint64 changeNumber = 0; // of this request's change; 0 when it made none
     SessionReview review;
     // Whether the command itself changed rows (the session's last-seen time
     // does not count): a keyed request that changed none is not recorded,
@@ -326,9 +336,64 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
     const bool reads = entry->flags & ReadOnly;
     // A read is never recorded, so it has no earlier reply to look for.
     const QString key = reads ? QString() : requestKey;
+    Transaction::Kind kind = reads       ? Transaction::Kind::Read
+        : (entry->flags & WholeDatabase) ? Transaction::Kind::Exclusive
+                                         : Transaction::Kind::Write;
+    bool duplicateSeen = false;
+    for (int attempt = 1;; ++attempt) {
+        Race race = Race::None;
+        nuvMQClassifyMessage reply
+            = attemptRequest(request, origin, *entry, kind, key, replayed, &race);
+        // A duplicate key may have come from a concurrent write that
+        // committed after this request's snapshot: run again, the request
+        // sees it and answers as it would have one after the other. A second
+        // duplicate is the request's own and is its answer.
+        if (race == Race::None || (race == Race::Duplicate && duplicateSeen))
+            return reply;
+        duplicateSeen = duplicateSeen || race == Race::Duplicate;
+        if (attempt == maxAttempts)
+            return errorReply(request.command
+                              + QStringLiteral(": the database is busy; try again"));
+        ++counters.retries;
+        backOff(attempt);
+        // A request that keeps losing to concurrent writers runs alone:
+        // nothing else commits while it holds the write lock.
+        if (attempt >= exclusiveAfter)
+            kind = Transaction::Kind::Exclusive;
+    }
+}
+
+void ServerEngine::backOff(int attempt)
+{
+    // Random, so that two requests that collided do not collide again.
+    const int ceilingMs = qMin(1 << attempt, 50);
+    QThread::msleep(1 + QRandomGenerator::global()->bounded(ceilingMs));
+}
+
+ServerEngine::Race ServerEngine::raceLost() const
+{
+    const SqlConnectionState *state = SqlConnectionState::of(db);
+    if (!state)
+        return Race::None;
+    if (state->conflicted)
+        return Race::Conflict;
+    // PostgreSQL's unique_violation.
+    if (state->lastErrorCode == QLatin1String("23505"))
+        return Race::Duplicate;
+    return Race::None;
+}
+
+nuvMQClassifyMessage ServerEngine::attemptRequest(const nuvMQClassifyMessage &request,
+                                                  const Origin &origin, const CommandEntry &entry,
+                                                  Transaction::Kind kind, const QString &key,
+                                                  bool *replayed, Race *race)
+{
+    if (SqlConnectionState *state = SqlConnectionState::of(db)) {
+        state->conflicted = false;
+        state->lastErrorCode.clear();
+    }
     std::optional<Transaction> transaction;
-    const std::optional<RequestStart> start = beginRequest(
-        transaction, reads ? Transaction::Kind::Read : Transaction::Kind::Write, origin.token, key);
+    const std::optional<RequestStart> start = beginRequest(transaction, kind, origin.token, key);
     if (!start)
         return errorReply(request.command + QStringLiteral(": the database is busy; try again"));
     if (start->storedReply) {
@@ -344,24 +409,35 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
         return earlier;
     }
     // After beginRequest(): it may have replaced the connection.
-    Pass pass(request, db, engineOptions, counters, *entry, key);
+    Pass pass(request, db, engineOptions, counters, entry, key);
     pass.ctx.token = origin.token;
     pass.ctx.connection = origin.connection;
     pass.ctx.session = start->session;
     pass.databaseId = start->databaseId;
-    pass.markerBefore = markerText(start->databaseId, start->changeCounter);
+    pass.markerBefore = markerText(start->databaseId, start->changeNumber);
 
     pass.failure = guarded([&] { admit(pass); });
     if (!pass.failure)
         pass.failure = guarded([&] { runCommand(pass); });
     if (pass.failure) {
+        *race = raceLost();
+        if (*race != Race::None)
+            return errorReply(describe(request.command, *pass.failure));
+        pass.markerBefore = markerText(start->databaseId, start->changeNumber);
         pass.markerAfter = pass.markerBefore;
+        pass.changeNumber = 0;
         pass.ctx.reply = nuvMQClassifyMessage();
         setError(pass.ctx.reply, describe(request.command, *pass.failure));
     }
-    if (!record(pass) || !commit(pass, *transaction))
+    if (!commit(pass, *transaction)) {
+        // A concurrent delivery of the same request may have recorded it
+        // first: the next run finds its reply.
+        *race = raceLost();
         return errorReply(request.command
                           + QStringLiteral(": the database refused to commit the change"));
+    }
+    if (pass.changeNumber > 0 && pass.changeNumber % foldEvery == 0)
+        guarded([&] { foldChanges(db, pass.changeNumber); });
     runLateWork(pass);
     return pass.ctx.reply;
 }
@@ -392,14 +468,27 @@ std::optional<RequestStart> ServerEngine::beginRequest(std::optional<Transaction
                                                        Transaction::Kind kind, const QString &token,
                                                        const QString &requestKey)
 {
+    // A write on PostgreSQL reads the session and the marker just before its
+    // transaction: read inside a serializable one, the change log would make
+    // every two writes conflict (each reads what the other appends). Read
+    // before, the marker is never later than the transaction's snapshot,
+    // which is all a marker must be; a session that ends meanwhile ends
+    // after this request. A read finds them in its snapshot.
+    const bool startFirst = kind != Transaction::Kind::Read && isPostgres(db);
     for (int attempt = 0;; ++attempt) {
-        // On PostgreSQL the transaction starts in the round trip of the
-        // first statement, the one that finds the session and the marker.
-        transaction.emplace(db, kind, Transaction::Start::WithNextStatement);
         std::optional<RequestStart> start;
-        if (transaction->isActive())
+        if (startFirst) {
             guarded([&] { start = loadRequestStart(db, token, requestKey); });
-        if (start)
+            if (start)
+                transaction.emplace(db, kind, Transaction::Start::WithNextStatement);
+        } else {
+            // On PostgreSQL the transaction starts in the round trip of the
+            // first statement, the one that finds the session and the marker.
+            transaction.emplace(db, kind, Transaction::Start::WithNextStatement);
+            if (transaction->isActive())
+                guarded([&] { start = loadRequestStart(db, token, requestKey); });
+        }
+        if (start && transaction->isActive())
             return start;
         transaction.reset();
         // A database server that restarted leaves the connection broken: one
@@ -435,8 +524,13 @@ void ServerEngine::runCommand(Pass &pass)
     if (!(pass.entry.flags & OutsideTransaction)) {
         pass.entry.handler(ctx);
         checkReply(ctx.reply, engineOptions);
-        if (pass.entry.flags & Writes)
-            pass.markerAfter = markerText(pass.databaseId, bumpChangeCounter(db));
+        if (pass.entry.flags & Writes) {
+            // Other writes may have committed since the request began: the
+            // state it is applied to is the change just before its own.
+            pass.changeNumber = recordChange(db);
+            pass.markerBefore = markerText(pass.databaseId, pass.changeNumber - 1);
+            pass.markerAfter = markerText(pass.databaseId, pass.changeNumber);
+        }
     }
     // A login has made the session only now.
     if (ctx.session)
@@ -444,23 +538,20 @@ void ServerEngine::runCommand(Pass &pass)
     pass.changedRows = ctx.counters.changedRows != rowsBefore;
 }
 
-bool ServerEngine::record(Pass &pass)
-{
-    // A keyed request records its reply with its effect, in one commit; one
-    // with work still to do records it after that work (runLateWork()).
-    if (pass.requestKey.isEmpty() || !pass.keepsChanges() || pass.hasLateWork()
-        || !pass.changedRows)
-        return true;
-    pass.addMarker();
-    return !guarded([&] { recordReply(pass.requestKey, pass.ctx.reply); });
-}
-
 bool ServerEngine::commit(Pass &pass, Transaction &transaction)
 {
-    if (pass.keepsChanges())
+    if (!pass.keepsChanges()) {
+        transaction.rollback();
+        return true;
+    }
+    // A keyed request records its reply with its effect, in one commit (and
+    // on PostgreSQL in the commit's round trip); one with work still to do
+    // records it after that work (runLateWork()).
+    if (pass.requestKey.isEmpty() || pass.hasLateWork() || !pass.changedRows)
         return transaction.commit();
-    transaction.rollback();
-    return true;
+    pass.addMarker();
+    return transaction.commitWith(recordReplySql(),
+                                  recordReplyValues(pass.requestKey, pass.ctx.reply));
 }
 
 void ServerEngine::runLateWork(Pass &pass)
@@ -482,17 +573,21 @@ void ServerEngine::runLateWork(Pass &pass)
     pass.addMarker();
     if (pass.hasLateWork() && !pass.requestKey.isEmpty()) {
         Transaction transaction(db, Transaction::Kind::Write);
-        if (transaction.isActive() && !guarded([&] { recordReply(pass.requestKey, ctx.reply); }))
-            transaction.commit();
+        if (transaction.isActive())
+            transaction.commitWith(recordReplySql(), recordReplyValues(pass.requestKey, ctx.reply));
     }
 }
 
-void ServerEngine::recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply)
+QString ServerEngine::recordReplySql()
 {
-    run(db,
-        QStringLiteral("INSERT INTO processed_requests(request_key, reply, processed)"
-                       " VALUES (?, ?, ?)"),
-        { requestKey, reply.toWireBytes(), nowText() });
+    return QStringLiteral("INSERT INTO processed_requests(request_key, reply, processed)"
+                          " VALUES (?, ?, ?)");
+}
+
+QVariantList ServerEngine::recordReplyValues(const QString &requestKey,
+                                             const nuvMQClassifyMessage &reply)
+{
+    return { requestKey, reply.toWireBytes(), nowText() };
 }
 
 } // namespace nuvserver

@@ -150,19 +150,34 @@ private:
     struct Pass;
     std::optional<nuvMQClassifyMessage> screen(const nuvMQClassifyMessage &request,
                                                const CommandEntry **entry);
+    // How a run of a request lost to a concurrent write, if it did; it then
+    // changed nothing and may run again.
+    enum class Race { None, Conflict, Duplicate };
+    // One run of the request in `kind` of transaction.
+    nuvMQClassifyMessage attemptRequest(const nuvMQClassifyMessage &request, const Origin &origin,
+                                        const CommandEntry &entry, Transaction::Kind kind,
+                                        const QString &key, bool *replayed, Race *race);
+    static void backOff(int attempt);
+    // Whether the last failed statement of the request in hand lost to a
+    // concurrent one.
+    Race raceLost() const;
     // Starts the transaction and reads what the request needs first.
     std::optional<RequestStart> beginRequest(std::optional<Transaction> &transaction,
                                              Transaction::Kind kind, const QString &token,
                                              const QString &requestKey);
     void admit(Pass &pass);
     void runCommand(Pass &pass);
-    bool record(Pass &pass);
+    // Commits the request's work with the record of its reply, or rolls
+    // back what a failure leaves.
     bool commit(Pass &pass, Transaction &transaction);
     void runLateWork(Pass &pass);
 
     bool ensureConnection(QString *error);
     void closeConnection();
-    void recordReply(const QString &requestKey, const nuvMQClassifyMessage &reply);
+    // The statement that records the reply of a keyed request.
+    static QString recordReplySql();
+    static QVariantList recordReplyValues(const QString &requestKey,
+                                          const nuvMQClassifyMessage &reply);
     // Removes the sessions matching `condition`, an SQL condition with one
     // placeholder for `value`.
     void removeSessions(const QString &condition, const QString &value);

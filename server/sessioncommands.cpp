@@ -308,8 +308,7 @@ void pendingRequests(Context &ctx)
 void lastUpdate(Context &ctx)
 {
     ctx.setDocId(currentMarker(ctx.db));
-    ctx.setList({ scalar(ctx.db, QStringLiteral("SELECT value FROM meta WHERE key = 'last_change'"))
-                      .toString() });
+    ctx.setList({ lastChangeTime(ctx.db) });
 }
 
 // CFSETLASTMODIFIED: the host changed something; the change counter moves on.

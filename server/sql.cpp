@@ -68,6 +68,19 @@ RequestCounters *statementStarting(const QSqlDatabase &db, QString &sql, int *le
     return state->counters;
 }
 
+// Remembers why a statement failed, for the engine to decide whether the
+// request may run again.
+void noteFailure(const QSqlDatabase &db, const QSqlError &error)
+{
+    SqlConnectionState *state = SqlConnectionState::of(db);
+    if (!state || !isPostgres(db))
+        return;
+    state->lastErrorCode = error.nativeErrorCode();
+    if (state->lastErrorCode == QLatin1String("40001")
+        || state->lastErrorCode == QLatin1String("40P01"))
+        state->conflicted = true;
+}
+
 // Moves `query` past the results of the statements sent in front of its
 // own; false when one of them failed.
 bool skipLeadingResults(QSqlQuery &query, int leading)
@@ -93,12 +106,20 @@ void fail(const QString &text)
 
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error)
 {
+    return execPlainAll(db, { sql }, error);
+}
+
+bool execPlainAll(QSqlDatabase &db, const QStringList &statements, QString *error)
+{
     QSqlQuery query(db);
+    const QString sql = statements.join(QStringLiteral("; "));
     QString text = sql;
     int leading = 0;
     statementStarting(db, text, &leading);
+    leading += int(statements.size()) - 1;
     if (query.exec(text) && skipLeadingResults(query, leading))
         return true;
+    noteFailure(db, query.lastError());
     if (error)
         *error = QStringLiteral("%1: %2").arg(sql, query.lastError().text());
     return false;
@@ -138,10 +159,13 @@ QSqlQuery execute(const QSqlDatabase &db, const QString &sql, const QVariantList
         done = query.exec();
     }
     if (!done) {
+        noteFailure(db, query.lastError());
         const QString problem = query.lastError().text();
         if (isStatementTimeout(query.lastError()))
             fail(QStringLiteral("a database statement ran longer than the limit"
                                 " (NUV_SERVER_STATEMENT_TIMEOUT_MS); ask for less at a time"));
+        if (isLockTimeout(query.lastError()))
+            fail(QStringLiteral("the database is busy; try again"));
         if (isForeignKeyViolation(problem))
             fail(QStringLiteral("the change would break a reference between records"));
         if (isUniqueViolation(problem))

@@ -31,6 +31,9 @@ struct Failure
 // (transaction control, connection set-up): false, and the reason in
 // `error`, when it fails.
 bool execPlain(QSqlDatabase &db, const QString &sql, QString *error = nullptr);
+// The same for several statements in one round trip (PostgreSQL), of which
+// the last is the one that matters: true only when all of them succeed.
+bool execPlainAll(QSqlDatabase &db, const QStringList &statements, QString *error = nullptr);
 
 // Prepares `sql`, binds `values` in order and executes it.
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});

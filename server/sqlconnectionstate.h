@@ -43,6 +43,13 @@ public:
     // same round trip (see Transaction).
     QString pendingBegin;
     int pendingBeginStatements = 0;
+    // PostgreSQL: a statement of the transaction in hand was refused for a
+    // conflict with a concurrent transaction (a serialization failure or a
+    // deadlock); running the request again can succeed. Cleared by the
+    // engine before each run.
+    bool conflicted = false;
+    // The SQLSTATE of the last statement that failed.
+    QString lastErrorCode;
 
 private:
     using QObject::QObject;

@@ -10,29 +10,48 @@
 namespace nuvserver {
 
 namespace {
-// The key of PostgreSQL's advisory lock that stands for SQLite's single
-// writer. Advisory locks belong to one database, so servers of different
-// databases on one PostgreSQL server never wait for each other.
+// Keys of PostgreSQL's advisory locks. Advisory locks belong to one
+// database, so servers of different databases on one PostgreSQL server
+// never wait for each other.
+// Held shared by every write and exclusively by an exclusive one.
 constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
+// Held by a write from the moment it counts its change until it ends.
+constexpr qint64 commitOrderKey = writeLockKey + 1;
 
 // The statements that start a transaction on PostgreSQL.
 QStringList postgresBegin(Transaction::Kind kind)
 {
-    if (kind == Transaction::Kind::Read)
+    switch (kind) {
+    case Transaction::Kind::Read:
         return { QStringLiteral("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY") };
-    return { QStringLiteral("BEGIN"),
-             QStringLiteral("SELECT pg_advisory_xact_lock(%1)").arg(writeLockKey) };
+    case Transaction::Kind::Write:
+        return { QStringLiteral("BEGIN ISOLATION LEVEL SERIALIZABLE"),
+                 QStringLiteral("SELECT pg_advisory_xact_lock_shared(%1)").arg(writeLockKey) };
+    case Transaction::Kind::Exclusive:
+        break;
+    }
+    // The lock is taken before (lockExclusively()): a serializable
+    // transaction's snapshot is taken with its first statement, and it
+    // must not be older than the last write that committed.
+    return { QStringLiteral("BEGIN ISOLATION LEVEL SERIALIZABLE") };
 }
 } // namespace
+
+QString Transaction::commitOrderLockCall()
+{
+    return QStringLiteral("pg_advisory_xact_lock(%1)").arg(commitOrderKey);
+}
 
 Transaction::Transaction(QSqlDatabase database, Kind kind, Start start)
     : db(std::move(database))
 {
     if (!isPostgres(db)) {
         active = execPlain(
-            db, kind == Kind::Write ? QStringLiteral("BEGIN IMMEDIATE") : QStringLiteral("BEGIN"));
+            db, kind == Kind::Read ? QStringLiteral("BEGIN") : QStringLiteral("BEGIN IMMEDIATE"));
         return;
     }
+    if (kind == Kind::Exclusive && !lockExclusively())
+        return;
     active = true;
     SqlConnectionState *state = SqlConnectionState::of(db);
     const QStringList begin = postgresBegin(kind);
@@ -44,6 +63,7 @@ Transaction::Transaction(QSqlDatabase database, Kind kind, Start start)
     // One at a time, each checked: the lock may fail after BEGIN.
     if (!execPlain(db, begin.first())) {
         active = false;
+        unlock();
         return;
     }
     for (int i = 1; i < begin.size(); ++i) {
@@ -52,6 +72,25 @@ Transaction::Transaction(QSqlDatabase database, Kind kind, Start start)
             return;
         }
     }
+}
+
+bool Transaction::lockExclusively()
+{
+    // A lock of the session, taken in a round trip of its own before the
+    // transaction begins, and given back when it ends (unlock()).
+    if (!execPlain(db, QStringLiteral("SELECT pg_advisory_lock(%1)").arg(writeLockKey)))
+        return false;
+    holdsExclusiveLock = true;
+    return true;
+}
+
+void Transaction::unlock()
+{
+    if (!holdsExclusiveLock)
+        return;
+    holdsExclusiveLock = false;
+    // Fails only with the connection, which gives the lock back as it ends.
+    execPlain(db, QStringLiteral("SELECT pg_advisory_unlock(%1)").arg(writeLockKey));
 }
 
 Transaction::~Transaction()
@@ -77,6 +116,37 @@ bool Transaction::commit(QString *error)
     }
     if (!begun() || execPlain(db, QStringLiteral("COMMIT"), error)) {
         active = false;
+        unlock();
+        return true;
+    }
+    rollback();
+    return false;
+}
+
+bool Transaction::commitWith(const QString &statement, const QVariantList &values, QString *error)
+{
+    if (!active) {
+        if (error)
+            *error = QStringLiteral("no transaction is open");
+        return false;
+    }
+    bool done = false;
+    if (isPostgres(db)) {
+        done = execPlainAll(db, { withLiterals(db, statement, values), QStringLiteral("COMMIT") },
+                            error);
+    } else {
+        // Statements cost no round trip here.
+        try {
+            run(db, statement, values);
+            done = execPlain(db, QStringLiteral("COMMIT"), error);
+        } catch (const Failure &failure) {
+            if (error)
+                *error = failure.text;
+        }
+    }
+    if (done) {
+        active = false;
+        unlock();
         return true;
     }
     rollback();
@@ -85,11 +155,12 @@ bool Transaction::commit(QString *error)
 
 void Transaction::rollback()
 {
-    if (!active)
-        return;
-    active = false;
-    if (begun())
-        execPlain(db, QStringLiteral("ROLLBACK"));
+    if (active) {
+        active = false;
+        if (begun())
+            execPlain(db, QStringLiteral("ROLLBACK"));
+    }
+    unlock();
 }
 
 } // namespace nuvserver

@@ -4,16 +4,26 @@
 
 #include <QSqlDatabase>
 #include <QString>
+#include <QVariantList>
 
 /*
  * One transaction on an engine connection.
  *
- * A write transaction holds the database's single write lock: SQLite's
- * reserved lock, taken at BEGIN IMMEDIATE, and on PostgreSQL a database-wide
- * advisory lock standing for it. The wait for another writer is bounded by
- * the connection's busy timeout. Writers run one after another on both
- * databases, so every command sees a consistent state and never has to
- * retry.
+ * SQLite has one writer at a time: a write transaction takes its reserved
+ * lock at BEGIN IMMEDIATE, waiting for another writer up to the
+ * connection's busy timeout, and so sees a state no other writer changes.
+ *
+ * PostgreSQL runs writes concurrently, SERIALIZABLE: the database aborts one
+ * of two transactions whose effects no serial order could give (SQLSTATE
+ * 40001, or 40P01 for a deadlock), and the engine runs the request again.
+ * Every write holds the database-wide write lock (an advisory lock) shared;
+ * an exclusive transaction takes it alone before it begins, waiting for the
+ * writes in progress to end and holding back new ones, so it runs by itself
+ * and cannot lose to another write: the way for a command that works on the
+ * whole database, and for a request that lost too many times. Writes that
+ * count a change take a second lock just before they commit
+ * (recordChange() in schema.h), which puts the change numbers in commit
+ * order.
  *
  * A read transaction takes no lock: it reads one snapshot of the database
  * while writers go on (SQLite's write-ahead log keeps the snapshot for it;
@@ -28,7 +38,7 @@ namespace nuvserver {
 class Transaction
 {
 public:
-    enum class Kind { Read, Write };
+    enum class Kind { Read, Write, Exclusive };
     // When the transaction starts on PostgreSQL: now, or with the next
     // statement, in its round trip (that statement then fails when the
     // lock cannot be had). SQLite starts at once in either case (a
@@ -46,14 +56,27 @@ public:
     // False, with the reason in `error`, when the transaction is not active
     // or the database refuses; it is rolled back then.
     bool commit(QString *error = nullptr);
+    // Commits with `statement` (and `values`) run just before, in the same
+    // round trip on PostgreSQL; when the statement fails nothing is
+    // committed. Only for a transaction that has begun.
+    bool commitWith(const QString &statement, const QVariantList &values, QString *error = nullptr);
     void rollback();
+
+    // PostgreSQL: the call that takes the lock ordering commits until the
+    // transaction ends.
+    static QString commitOrderLockCall();
 
 private:
     // False when the start was never sent: there is nothing to end.
     bool begun();
+    // PostgreSQL: the exclusive write lock, held from before BEGIN until
+    // after the transaction ends.
+    bool lockExclusively();
+    void unlock();
 
     QSqlDatabase db;
     bool active = false;
+    bool holdsExclusiveLock = false;
 };
 
 } // namespace nuvserver

@@ -62,13 +62,14 @@ void KespMetrics::connectionState()
     counters.answered(2000, true, false);
     counters.answered(2000, false, true);
     counters.expired();
-    counters.databaseRoundTrips(3);
-    counters.databaseRoundTrips(5);
+    counters.databaseWork(3, 0);
+    counters.databaseWork(5, 2);
     const QList<QByteArray> text = counters.prometheusText().split('\n');
     for (const char *line :
          { "nuvkesp_broker_connected 1", "nuvkesp_broker_connections_total 1",
            "nuvkesp_errors_total 1", "nuvkesp_replayed_total 1", "nuvkesp_expired_total 1",
-           "nuvkesp_requests_total 2", "nuvkesp_database_round_trips_total 8" })
+           "nuvkesp_requests_total 2", "nuvkesp_database_round_trips_total 8",
+           "nuvkesp_write_retries_total 2" })
         QVERIFY2(text.contains(line), line);
     counters.disconnected();
     QVERIFY(counters.prometheusText().split('\n').contains("nuvkesp_broker_connected 0"));

@@ -317,31 +317,49 @@ void KespStart::migratesOlderSchema()
                                                          kesptest::password,
                                                          QStringLiteral("Administrator"), &error),
              qPrintable(error));
-    QCOMPARE(nuvserver::schemaVersion, 2);
+    QCOMPARE(nuvserver::schemaVersion, 3);
+    // The first administrator was the database's first change.
+    QCOMPARE(testdatabase::queryOnce(database, QStringLiteral("SELECT max(number) FROM changes"))
+                 .toLongLong(),
+             1);
     for (const char *statement :
-         { "DROP INDEX sessions_by_connection", "ALTER TABLE sessions DROP COLUMN connection",
-           "PRAGMA user_version = 1" })
+         { "INSERT INTO meta(key, value) SELECT 'change_counter', CAST(max(number) AS TEXT)"
+           " FROM changes",
+           "INSERT INTO meta(key, value) SELECT 'last_change', time FROM changes"
+           " ORDER BY number DESC LIMIT 1",
+           "DROP TABLE changes", "DROP INDEX sessions_by_connection",
+           "ALTER TABLE sessions DROP COLUMN connection", "PRAGMA user_version = 1" })
         testdatabase::queryOnce(database, QLatin1String(statement));
 
     const QStringList serve { QStringLiteral("--database"), database, QStringLiteral("--broker"),
                               kesptest::brokerAddress(broker) };
     const Outcome refused = run(serve);
     QVERIFY2(refused.status == int(kesp::ExitSchemaOlder), qPrintable(refused.output));
-    QVERIFY2(refused.output.contains(QLatin1String("has schema 1, older than this server's 2"))
+    QVERIFY2(refused.output.contains(QLatin1String("has schema 1, older than this server's 3"))
                  && refused.output.contains(QLatin1String("run: nuvkesp-server migrate")),
              qPrintable(refused.output));
 
     const Outcome migrated
         = run({ QStringLiteral("migrate"), QStringLiteral("--database"), database });
     QVERIFY2(migrated.status == int(kesp::ExitOk), qPrintable(migrated.output));
-    const QRegularExpression said(QStringLiteral("from schema 1 to 2 \\(backup: (.+)\\)"));
+    const QRegularExpression said(QStringLiteral("from schema 1 to 3 \\(backup: (.+)\\)"));
     const QRegularExpressionMatch match = said.match(migrated.output);
     QVERIFY2(match.hasMatch(), qPrintable(migrated.output));
     const QString backup = match.captured(1);
     QCOMPARE(QFileInfo(backup).absolutePath(), QFileInfo(database).absolutePath());
     QCOMPARE(modeOf(backup), 0600);
     QCOMPARE(testdatabase::queryOnce(backup, QStringLiteral("PRAGMA user_version")).toInt(), 1);
-    QCOMPARE(testdatabase::queryOnce(database, QStringLiteral("PRAGMA user_version")).toInt(), 2);
+    QCOMPARE(testdatabase::queryOnce(database, QStringLiteral("PRAGMA user_version")).toInt(), 3);
+    // The change counter moved into the log of changes: markers handed out
+    // before the update stay valid.
+    QCOMPARE(testdatabase::queryOnce(database, QStringLiteral("SELECT max(number) FROM changes"))
+                 .toLongLong(),
+             1);
+    QCOMPARE(testdatabase::queryOnce(database,
+                                     QStringLiteral("SELECT count(*) FROM meta WHERE key IN"
+                                                    " ('change_counter', 'last_change')"))
+                 .toInt(),
+             0);
 
     kesp::ServerProcess server(QStringLiteral("migrated"), database,
                                kesptest::brokerAddress(broker),

@@ -52,8 +52,7 @@ bool failed(const nuvMQClassifyMessage &reply)
 qint64 changeCounter(const QString &database)
 {
     return testdatabase::queryOnce(database,
-                                   QStringLiteral("SELECT CAST(value AS BIGINT) FROM meta"
-                                                  " WHERE key = 'change_counter'"))
+                                   QStringLiteral("SELECT count(*) FROM changes"))
         .toLongLong();
 }
 

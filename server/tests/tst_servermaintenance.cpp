@@ -62,7 +62,7 @@ void ServerMaintenanceTest::serverVersion()
     QCOMPARE(reply.getDataList().value(0), QString("nuvclassify reference server"));
     QVERIFY(
         reply.getDataList().value(2).startsWith(server.isPostgres() ? "PostgreSQL " : "SQLite 3."));
-    QCOMPARE(reply.getDataList().value(3), QString("schema 2"));
+    QCOMPARE(reply.getDataList().value(3), QString("schema 3"));
 }
 
 void ServerMaintenanceTest::updateMarkerAsksOthersToReload()

@@ -394,17 +394,17 @@ void ServerSessionsTest::databaseFileIsVersionedAndLogged()
     TestServer server;
     // The schema version lives where each database keeps such things.
     if (server.isPostgres()) {
-        QCOMPARE(server.inspect("SELECT version FROM schema_version").toInt(), 2);
+        QCOMPARE(server.inspect("SELECT version FROM schema_version").toInt(), 3);
         server.inspect("UPDATE schema_version SET version = 7");
     } else {
-        QCOMPARE(server.inspect("PRAGMA user_version").toInt(), 2);
+        QCOMPARE(server.inspect("PRAGMA user_version").toInt(), 3);
         QCOMPARE(server.inspect("PRAGMA journal_mode").toString(), QString("wal"));
         server.inspect("PRAGMA user_version = 7");
     }
     nuvserver::ServerEngine engine(nuvserver::EngineOptions::fromEnvironment(server.database()));
     QString error;
     QVERIFY(!engine.open(&error));
-    QCOMPARE(error, QString("the database has schema 7, newer than this server's 2"));
+    QCOMPARE(error, QString("the database has schema 7, newer than this server's 3"));
     const nuvMQClassifyMessage reply = engine.handle(request("CFROLES"), "token");
     QCOMPARE(reply.command, QString("ERROR"));
     QCOMPARE(reply.errorText,
