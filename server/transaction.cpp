@@ -18,7 +18,10 @@ constexpr qint64 writeLockKey = 0x6e7576636c617373; // "nuvclass"
 // Held by a write from the moment it counts its change until it ends.
 constexpr qint64 commitOrderKey = writeLockKey + 1;
 
-// The statements that start a transaction on PostgreSQL.
+// The statements that start a transaction on PostgreSQL. A write looks rows
+// up through their indexes even where the planner would scan a small table
+// whole: SERIALIZABLE marks a table scanned whole as read entirely, and
+// every write to any of its rows would then conflict with the scan.
 QStringList postgresBegin(Transaction::Kind kind)
 {
     switch (kind) {
@@ -26,6 +29,7 @@ QStringList postgresBegin(Transaction::Kind kind)
         return { QStringLiteral("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY") };
     case Transaction::Kind::Write:
         return { QStringLiteral("BEGIN ISOLATION LEVEL SERIALIZABLE"),
+                 QStringLiteral("SET LOCAL enable_seqscan = off"),
                  QStringLiteral("SELECT pg_advisory_xact_lock_shared(%1)").arg(writeLockKey) };
     case Transaction::Kind::Exclusive:
         break;
@@ -33,7 +37,8 @@ QStringList postgresBegin(Transaction::Kind kind)
     // The lock is taken before (lockExclusively()): a serializable
     // transaction's snapshot is taken with its first statement, and it
     // must not be older than the last write that committed.
-    return { QStringLiteral("BEGIN ISOLATION LEVEL SERIALIZABLE") };
+    return { QStringLiteral("BEGIN ISOLATION LEVEL SERIALIZABLE"),
+             QStringLiteral("SET LOCAL enable_seqscan = off") };
 }
 } // namespace
 
