@@ -21,8 +21,27 @@ int lastSeenRefreshSeconds(int timeoutMinutes)
 
 QDateTime utcTime(const QString &text)
 {
-    const QDateTime local = QDateTime::fromString(text, QStringLiteral("yyyy-MM-dd hh:mm:ss"));
-    return local.isValid() ? QDateTime(local.date(), local.time(), Qt::UTC) : QDateTime();
+    // "yyyy-MM-dd hh:mm:ss", taken apart by hand: QDateTime::fromString()
+    // makes a local time first, which reads the time-zone file on every
+    // request of a session.
+    static const QString separators = QStringLiteral("-- ::");
+    if (text.size() != 19)
+        return QDateTime();
+    int numbers[6];
+    int start = 0;
+    for (int i = 0; i < 6; ++i) {
+        const int length = i == 0 ? 4 : 2;
+        if (i > 0 && text.at(start - 1) != separators.at(i - 1))
+            return QDateTime();
+        bool ok = false;
+        numbers[i] = text.midRef(start, length).toInt(&ok);
+        if (!ok)
+            return QDateTime();
+        start += length + 1;
+    }
+    const QDate date(numbers[0], numbers[1], numbers[2]);
+    const QTime time(numbers[3], numbers[4], numbers[5]);
+    return date.isValid() && time.isValid() ? QDateTime(date, time, Qt::UTC) : QDateTime();
 }
 
 // The columns a session is read from, from `first` on, in the order of
@@ -59,15 +78,15 @@ RequestStart loadRequestStart(const QSqlDatabase &db, const QString &token,
 {
     // One row always: the session joins it when there is one. Every
     // statement is a round trip on PostgreSQL, and every request needs these.
-    QSqlQuery query
-        = run(db,
-              QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'), %2,"
-                             " (SELECT reply FROM processed_requests WHERE request_key = ?), s.*"
-                             " FROM (SELECT 1 AS one) o LEFT JOIN (SELECT %1"
-                             " FROM sessions s JOIN users u ON u.id = s.user_id"
-                             " WHERE s.token = ? AND u.active = 1) s ON 1 = 1")
-                  .arg(QLatin1String(sessionColumns), lastChangeNumberSql()),
-              { orNull(requestKey), orNull(token) });
+    QSqlQuery query = runAndFinish(
+        db,
+        QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'), %2,"
+                       " (SELECT reply FROM processed_requests WHERE request_key = ?), s.*"
+                       " FROM (SELECT 1 AS one) o LEFT JOIN (SELECT %1"
+                       " FROM sessions s JOIN users u ON u.id = s.user_id"
+                       " WHERE s.token = ? AND u.active = 1) s ON 1 = 1")
+            .arg(QLatin1String(sessionColumns), lastChangeNumberSql()),
+        { orNull(requestKey), orNull(token) });
     RequestStart start;
     if (!query.next())
         fail(QStringLiteral("database error: the database has no update marker"));
@@ -76,6 +95,7 @@ RequestStart loadRequestStart(const QSqlDatabase &db, const QString &token,
     if (!query.value(2).isNull())
         start.storedReply = query.value(2).toByteArray();
     start.session = sessionFrom(query, 3, token);
+    query.finish();
     return start;
 }
 

@@ -186,6 +186,11 @@ QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &va
     return execute(db, sql, values, false);
 }
 
+QSqlQuery runAndFinish(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
+{
+    return execute(db, sql, values, true);
+}
+
 QVariant scalar(const QSqlDatabase &db, const QString &sql, const QVariantList &values)
 {
     QSqlQuery query = execute(db, sql, values, true);

@@ -37,6 +37,11 @@ bool execPlainAll(QSqlDatabase &db, const QStringList &statements, QString *erro
 
 // Prepares `sql`, binds `values` in order and executes it.
 QSqlQuery run(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
+// The same for a query whose caller reads the rows it wants at once and
+// then calls finish() on it, before the same text runs again: on SQLite the
+// statement stays prepared (parsing and planning it again was much of what
+// a short read cost).
+QSqlQuery runAndFinish(const QSqlDatabase &db, const QString &sql, const QVariantList &values = {});
 // Drops the statements run() keeps prepared for `db`; before it closes.
 // Every statement on a connection of openDatabase() is counted in its
 // RequestCounters (requestcounters.h).
