@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "servertestsupport.h"
 
+#include "dialect.h"
 #include "testsupport.h"
 
 #include <QProcessEnvironment>
@@ -153,6 +154,21 @@ QString joined(const QStringList &fields)
 QStringList fieldsOf(const QString &record)
 {
     return record.split(QChar(0xFEFF));
+}
+
+OwnConnection::OwnConnection(const QString &database, const QString &connectionName)
+    : name(connectionName)
+{
+    const auto location = nuvserver::DatabaseLocation::parse(database, &error);
+    if (error.isEmpty())
+        db = nuvserver::openDatabase(location, name, 10000, &error);
+}
+
+OwnConnection::~OwnConnection()
+{
+    db.close();
+    db = QSqlDatabase();
+    QSqlDatabase::removeDatabase(name);
 }
 
 } // namespace servertest

@@ -7,6 +7,7 @@
 #include "scratchdatabase.h"
 #include "serverengine.h"
 
+#include <QSqlDatabase>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -79,6 +80,23 @@ nuvMQClassifyMessage request(const QString &command, const QString &docId = QStr
 // Logs `token` in on the engine; fails the test when refused.
 void engineLogin(nuvserver::ServerEngine &engine, const QString &token, const QString &login,
                  const QString &password);
+
+// A database connection of the test's own, opened as the engines open
+// theirs: for a write or a lock that races with the engine's requests.
+class OwnConnection
+{
+public:
+    OwnConnection(const QString &database, const QString &name);
+    ~OwnConnection();
+    OwnConnection(const OwnConnection &) = delete;
+    OwnConnection &operator=(const OwnConnection &) = delete;
+
+    QSqlDatabase db; // invalid when the connection failed; `error` says why
+    QString error;
+
+private:
+    const QString name;
+};
 
 // The client's operations outside ClassifyInterface, through its meta-object.
 bool setRoleRoles(ClassifyInterface *client, const QString &role, const QStringList &roles);

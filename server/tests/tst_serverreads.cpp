@@ -37,30 +37,6 @@ private slots:
     void enginesSideBySideGiveASerialResult();
 };
 
-namespace {
-// A connection of the test's own that can hold the write lock.
-class LockHolder
-{
-public:
-    explicit LockHolder(const QString &database)
-    {
-        QString problem;
-        const auto location = nuvserver::DatabaseLocation::parse(database, &problem);
-        db = nuvserver::openDatabase(location, name, 10000, &problem);
-        error = problem;
-    }
-    ~LockHolder()
-    {
-        db.close();
-        db = QSqlDatabase();
-        QSqlDatabase::removeDatabase(name);
-    }
-    const QString name = QStringLiteral("lock-holder");
-    QSqlDatabase db;
-    QString error;
-};
-} // namespace
-
 void ServerReadsTest::readsGoOnBesideAWriter_data()
 {
     QTest::addColumn<QString>("command");
@@ -101,7 +77,7 @@ void ServerReadsTest::readsGoOnBesideAWriter()
     auto engine = server.engine(options);
     engineLogin(*engine, "token", adminUser, adminPassword);
 
-    LockHolder holder(server.database());
+    servertest::OwnConnection holder(server.database(), QStringLiteral("lock-holder"));
     QVERIFY2(holder.db.isValid(), qPrintable(holder.error));
     Transaction writer(holder.db,
                        exclusiveWriter ? Transaction::Kind::Exclusive : Transaction::Kind::Write);

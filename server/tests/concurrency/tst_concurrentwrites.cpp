@@ -92,29 +92,6 @@ void ConcurrentWritesTest::conflictingWrites()
     QVERIFY2(broken.isEmpty(), qPrintable(broken.join(QLatin1Char('\n'))));
 }
 
-namespace {
-// A connection of the test's own, for a write that another one races with.
-struct RivalConnection
-{
-    explicit RivalConnection(const QString &database)
-    {
-        QString problem;
-        const auto location = nuvserver::DatabaseLocation::parse(database, &problem);
-        db = nuvserver::openDatabase(location, name, 10000, &problem);
-        error = problem;
-    }
-    ~RivalConnection()
-    {
-        db.close();
-        db = QSqlDatabase();
-        QSqlDatabase::removeDatabase(name);
-    }
-    const QString name = QStringLiteral("rival");
-    QSqlDatabase db;
-    QString error;
-};
-} // namespace
-
 void ConcurrentWritesTest::lostRaceRunsAgain_data()
 {
     QTest::addColumn<QString>("rivalStatement");
@@ -133,7 +110,8 @@ void ConcurrentWritesTest::lostRaceRunsAgain_data()
         << "INSERT INTO clipboards(owner_id, name, created)"
            " SELECT id, 'Taken', '2026-01-01 00:00:00' FROM users WHERE login = 'admin'"
         << QString(nuvprotocol::words::addClipboard) << "Taken"
-        << "CFADDCLIPBOARD: admin already has a clipboard 'Taken'" << "Shared,Taken";
+        << "CFADDCLIPBOARD: admin already has a clipboard 'Taken'"
+        << "Shared,Taken";
 }
 
 // A request that loses a race with a concurrent write is run again inside
@@ -169,7 +147,7 @@ void ConcurrentWritesTest::lostRaceRunsAgain()
     });
     opened.acquire();
 
-    RivalConnection rival(server.database());
+    servertest::OwnConnection rival(server.database(), QStringLiteral("rival"));
     QVERIFY2(rival.db.isValid(), qPrintable(rival.error));
     std::optional<nuvserver::Transaction> rivalWrite;
     rivalWrite.emplace(rival.db, nuvserver::Transaction::Kind::Write);
@@ -181,10 +159,9 @@ void ConcurrentWritesTest::lostRaceRunsAgain()
         // for the rival's transaction to end: they run side by side.
         // (Asked on a connection of its own: a transaction sees the
         // activity as it was when it first looked.)
-        QTRY_VERIFY_WITH_TIMEOUT(server
-                                         .inspect("SELECT count(*) FROM pg_stat_activity"
-                                                  " WHERE datname = current_database()"
-                                                  " AND wait_event = 'transactionid'")
+        QTRY_VERIFY_WITH_TIMEOUT(server.inspect("SELECT count(*) FROM pg_stat_activity"
+                                                " WHERE datname = current_database()"
+                                                " AND wait_event = 'transactionid'")
                                          .toInt()
                                      == 1,
                                  10000);
@@ -197,10 +174,11 @@ void ConcurrentWritesTest::lostRaceRunsAgain()
     else
         QCOMPARE(reply.errorText, expectedError);
     QCOMPARE(engine->lastRequestCounters().retries, server.isPostgres() ? 1 : 0);
-    QCOMPARE(server.inspect(server.isPostgres()
-                                ? "SELECT string_agg(name, ',' ORDER BY name) FROM clipboards"
-                                : "SELECT group_concat(name, ',') FROM"
-                                  " (SELECT name FROM clipboards ORDER BY name)")
+    QCOMPARE(server
+                 .inspect(server.isPostgres()
+                              ? "SELECT string_agg(name, ',' ORDER BY name) FROM clipboards"
+                              : "SELECT group_concat(name, ',') FROM"
+                                " (SELECT name FROM clipboards ORDER BY name)")
                  .toString(),
              expectedNames);
 }
