@@ -339,18 +339,19 @@ nuvMQClassifyMessage ServerEngine::handle(const nuvMQClassifyMessage &request, c
     Transaction::Kind kind = reads       ? Transaction::Kind::Read
         : (entry->flags & WholeDatabase) ? Transaction::Kind::Exclusive
                                          : Transaction::Kind::Write;
-    bool duplicateSeen = false;
+    // A duplicate key may have come from a concurrent write that committed
+    // after this request's snapshot: run again, the request sees it and
+    // answers as it would have one after the other. A second duplicate is
+    // the request's own and is its answer.
+    bool duplicateMayBeRace = true;
     for (int attempt = 1;; ++attempt) {
         Race race = Race::None;
-        nuvMQClassifyMessage reply
-            = attemptRequest(request, origin, *entry, kind, key, replayed, &race);
-        // A duplicate key may have come from a concurrent write that
-        // committed after this request's snapshot: run again, the request
-        // sees it and answers as it would have one after the other. A second
-        // duplicate is the request's own and is its answer.
-        if (race == Race::None || (race == Race::Duplicate && duplicateSeen))
+        nuvMQClassifyMessage reply = attemptRequest(request, origin, *entry, kind, key,
+                                                    duplicateMayBeRace, replayed, &race);
+        if (race == Race::None)
             return reply;
-        duplicateSeen = duplicateSeen || race == Race::Duplicate;
+        if (race == Race::Duplicate)
+            duplicateMayBeRace = false;
         if (attempt == maxAttempts)
             return errorReply(request.command
                               + QStringLiteral(": the database is busy; try again"));
@@ -370,7 +371,7 @@ void ServerEngine::backOff(int attempt)
     QThread::msleep(1 + QRandomGenerator::global()->bounded(ceilingMs));
 }
 
-ServerEngine::Race ServerEngine::raceLost() const
+ServerEngine::Race ServerEngine::raceLost(bool duplicateMayBeRace) const
 {
     const SqlConnectionState *state = SqlConnectionState::of(db);
     if (!state)
@@ -378,7 +379,7 @@ ServerEngine::Race ServerEngine::raceLost() const
     if (state->conflicted)
         return Race::Conflict;
     // PostgreSQL's unique_violation.
-    if (state->lastErrorCode == QLatin1String("23505"))
+    if (duplicateMayBeRace && state->lastErrorCode == QLatin1String("23505"))
         return Race::Duplicate;
     return Race::None;
 }
@@ -386,7 +387,8 @@ ServerEngine::Race ServerEngine::raceLost() const
 nuvMQClassifyMessage ServerEngine::attemptRequest(const nuvMQClassifyMessage &request,
                                                   const Origin &origin, const CommandEntry &entry,
                                                   Transaction::Kind kind, const QString &key,
-                                                  bool *replayed, Race *race)
+                                                  bool duplicateMayBeRace, bool *replayed,
+                                                  Race *race)
 {
     if (SqlConnectionState *state = SqlConnectionState::of(db)) {
         state->conflicted = false;
@@ -420,7 +422,7 @@ nuvMQClassifyMessage ServerEngine::attemptRequest(const nuvMQClassifyMessage &re
     if (!pass.failure)
         pass.failure = guarded([&] { runCommand(pass); });
     if (pass.failure) {
-        *race = raceLost();
+        *race = raceLost(duplicateMayBeRace);
         if (*race != Race::None)
             return errorReply(describe(request.command, *pass.failure));
         pass.markerBefore = markerText(start->databaseId, start->changeNumber);
@@ -432,7 +434,7 @@ nuvMQClassifyMessage ServerEngine::attemptRequest(const nuvMQClassifyMessage &re
     if (!commit(pass, *transaction)) {
         // A concurrent delivery of the same request may have recorded it
         // first: the next run finds its reply.
-        *race = raceLost();
+        *race = raceLost(duplicateMayBeRace);
         return errorReply(request.command
                           + QStringLiteral(": the database refused to commit the change"));
     }

@@ -156,11 +156,12 @@ private:
     // One run of the request in `kind` of transaction.
     nuvMQClassifyMessage attemptRequest(const nuvMQClassifyMessage &request, const Origin &origin,
                                         const CommandEntry &entry, Transaction::Kind kind,
-                                        const QString &key, bool *replayed, Race *race);
+                                        const QString &key, bool duplicateMayBeRace, bool *replayed,
+                                        Race *race);
     static void backOff(int attempt);
     // Whether the last failed statement of the request in hand lost to a
-    // concurrent one.
-    Race raceLost() const;
+    // concurrent one (a duplicate key counts only while it may have).
+    Race raceLost(bool duplicateMayBeRace) const;
     // Starts the transaction and reads what the request needs first.
     std::optional<RequestStart> beginRequest(std::optional<Transaction> &transaction,
                                              Transaction::Kind kind, const QString &token,
