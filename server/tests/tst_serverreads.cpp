@@ -35,6 +35,8 @@ private slots:
     void roundTripsPerRequest();
     void enginesSideBySideGiveASerialResult_data();
     void enginesSideBySideGiveASerialResult();
+    void changeLogIsFolded_data();
+    void changeLogIsFolded();
 };
 
 void ServerReadsTest::readsGoOnBesideAWriter_data()
@@ -248,6 +250,51 @@ void ServerReadsTest::enginesSideBySideGiveASerialResult()
                               .arg(numbers.join(',')))
                  .toInt(),
              writes);
+}
+
+void ServerReadsTest::changeLogIsFolded_data()
+{
+    QTest::addColumn<qint64>("lastBefore");
+    QTest::addColumn<qint64>("oldestKept");
+    // Only every thousandth change folds the log, keeping 10,000 changes
+    // (the new database's own history starts at change 0).
+    QTest::newRow("the 20,999th change") << qint64(20998) << qint64(0);
+    QTest::newRow("the 21,000th change") << qint64(20999) << qint64(11001);
+}
+
+void ServerReadsTest::changeLogIsFolded()
+{
+    QFETCH(qint64, lastBefore);
+    QFETCH(qint64, oldestKept);
+    TestServer server;
+    const auto engine = server.engine();
+    engineLogin(*engine, "token", adminUser, adminPassword);
+    // A long history, as if that many writes had been made.
+    servertest::OwnConnection history(server.database(), QStringLiteral("history"));
+    QVERIFY2(history.db.isValid(), qPrintable(history.error));
+    nuvserver::run(history.db,
+                   QString("WITH RECURSIVE n(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM n"
+                           " WHERE x < %1) INSERT INTO changes(number, time)"
+                           " SELECT x, '2026-01-01 00:00:00' FROM n"
+                           " WHERE x > (SELECT max(number) FROM changes)")
+                       .arg(lastBefore));
+    if (server.isPostgres())
+        nuvserver::run(history.db,
+                       QString("SELECT setval(pg_get_serial_sequence('changes', 'number'), %1)")
+                           .arg(lastBefore));
+
+    nuvMQClassifyMessage sent = request(words::addClipboard, QString(), { "Mine" });
+    const nuvMQClassifyMessage reply = engine->handle(sent, "token");
+    QVERIFY2(reply.command == "OK", qPrintable(reply.errorText));
+    QCOMPARE(reply.getUpdateString().section(':', -1).toLongLong(), lastBefore + 1);
+    QCOMPARE(server.inspect("SELECT min(number) FROM changes").toLongLong(), oldestKept);
+    QCOMPARE(server.inspect("SELECT max(number) FROM changes").toLongLong(), lastBefore + 1);
+    // The marker the caller holds is still the current one.
+    sent = request(words::getRoles);
+    sent.setUpdateString(reply.getUpdateString());
+    const nuvMQClassifyMessage next = engine->handle(sent, "token");
+    QCOMPARE(next.getUpdateString(), reply.getUpdateString());
+    QVERIFY(!next.getUpdateRequested());
 }
 
 QTEST_GUILESS_MAIN(ServerReadsTest)
