@@ -120,21 +120,32 @@ bool ConnectionState::beginCall(const QByteArray &correlationId, const QByteArra
     return true;
 }
 
+std::optional<ConnectionState::Slot> ConnectionState::takeSettled(QHash<QByteArray, Slot> &table,
+                                                                  const QByteArray &key,
+                                                                  QDeadlineTimer deadline)
+{
+    auto slot = table.find(key);
+    while (slot != table.end() && slot->state == Outcome::TimedOut) {
+        if (!mutex.wait(changed, deadline))
+            break;
+        slot = table.find(key);
+    }
+    if (slot == table.end())
+        return std::nullopt;
+    const Slot done = *slot;
+    table.erase(slot);
+    return done;
+}
+
 ConnectionState::Outcome ConnectionState::awaitCall(const QByteArray &correlationId,
                                                     QDeadlineTimer deadline, Frame *reply,
                                                     QString *error)
 {
     nuv::MutexLocker locker(&mutex);
-    auto slot = calls.find(correlationId);
-    while (slot != calls.end() && slot->state == Outcome::TimedOut) {
-        if (!mutex.wait(changed, deadline))
-            break;
-        slot = calls.find(correlationId);
-    }
-    if (slot == calls.end())
+    const std::optional<Slot> taken = takeSettled(calls, correlationId, deadline);
+    if (!taken)
         return Outcome::Failed;
-    const Slot done = *slot;
-    calls.erase(slot);
+    const Slot &done = *taken;
     callReceipts.remove(done.receiptId);
     if (done.state == Outcome::Done)
         *reply = done.frame;
@@ -181,16 +192,10 @@ ConnectionState::Outcome ConnectionState::awaitReceipt(const QByteArray &receipt
                                                        QDeadlineTimer deadline, QString *error)
 {
     nuv::MutexLocker locker(&mutex);
-    auto slot = receipts.find(receiptId);
-    while (slot != receipts.end() && slot->state == Outcome::TimedOut) {
-        if (!mutex.wait(changed, deadline))
-            break;
-        slot = receipts.find(receiptId);
-    }
-    if (slot == receipts.end())
+    const std::optional<Slot> taken = takeSettled(receipts, receiptId, deadline);
+    if (!taken)
         return Outcome::Failed;
-    const Slot done = *slot;
-    receipts.erase(slot);
+    const Slot &done = *taken;
     if (done.state == Outcome::Failed)
         *error = done.error;
     return done.state;

@@ -13,6 +13,8 @@
 #include <QString>
 #include <QWaitCondition>
 
+#include <optional>
+
 namespace stomp {
 
 // A fresh session token: 128 random bits as 32 lower-case hexadecimal
@@ -93,6 +95,11 @@ private:
     };
 
     bool usable(QString *whyNot) const NUV_REQUIRES(mutex);
+    // Waits until the slot under `key` in `table` is settled or `deadline`
+    // passes, then takes it out (a slot still waiting says TimedOut);
+    // nothing when there is no such slot.
+    std::optional<Slot> takeSettled(QHash<QByteArray, Slot> &table, const QByteArray &key,
+                                    QDeadlineTimer deadline) NUV_REQUIRES(mutex);
 
     mutable nuv::Mutex mutex;
     QWaitCondition changed;

@@ -78,15 +78,14 @@ RequestStart loadRequestStart(const QSqlDatabase &db, const QString &token,
 {
     // One row always: the session joins it when there is one. Every
     // statement is a round trip on PostgreSQL, and every request needs these.
-    QSqlQuery query = runAndFinish(
-        db,
-        QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'), %2,"
-                       " (SELECT reply FROM processed_requests WHERE request_key = ?), s.*"
-                       " FROM (SELECT 1 AS one) o LEFT JOIN (SELECT %1"
-                       " FROM sessions s JOIN users u ON u.id = s.user_id"
-                       " WHERE s.token = ? AND u.active = 1) s ON 1 = 1")
-            .arg(QLatin1String(sessionColumns), lastChangeNumberSql()),
-        { orNull(requestKey), orNull(token) });
+    static const QString sql
+        = QStringLiteral("SELECT (SELECT value FROM meta WHERE key = 'database_id'), %2,"
+                         " (SELECT reply FROM processed_requests WHERE request_key = ?), s.*"
+                         " FROM (SELECT 1 AS one) o LEFT JOIN (SELECT %1"
+                         " FROM sessions s JOIN users u ON u.id = s.user_id"
+                         " WHERE s.token = ? AND u.active = 1) s ON 1 = 1")
+              .arg(QLatin1String(sessionColumns), lastChangeNumberSql());
+    QSqlQuery query = runAndFinish(db, sql, { orNull(requestKey), orNull(token) });
     RequestStart start;
     if (!query.next())
         fail(QStringLiteral("database error: the database has no update marker"));

@@ -114,18 +114,7 @@ bool Transaction::begun()
 
 bool Transaction::commit(QString *error)
 {
-    if (!active) {
-        if (error)
-            *error = QStringLiteral("no transaction is open");
-        return false;
-    }
-    if (!begun() || execPlain(db, QStringLiteral("COMMIT"), error)) {
-        active = false;
-        unlock();
-        return true;
-    }
-    rollback();
-    return false;
+    return commitWith(QString(), {}, error);
 }
 
 bool Transaction::commitWith(const QString &statement, const QVariantList &values, QString *error)
@@ -135,27 +124,32 @@ bool Transaction::commitWith(const QString &statement, const QVariantList &value
             *error = QStringLiteral("no transaction is open");
         return false;
     }
+    const QString commitStatement = QStringLiteral("COMMIT");
     bool done = false;
-    if (isPostgres(db)) {
-        done = execPlainAll(db, { withLiterals(db, statement, values), QStringLiteral("COMMIT") },
-                            error);
+    if (statement.isEmpty()) {
+        // A start never sent wrote nothing: there is nothing to commit.
+        done = !begun() || execPlain(db, commitStatement, error);
+    } else if (isPostgres(db)) {
+        // In the round trip of the COMMIT; when the statement fails, the
+        // COMMIT is not run.
+        done = execPlainAll(db, { withLiterals(db, statement, values), commitStatement }, error);
     } else {
         // Statements cost no round trip here.
         try {
             run(db, statement, values);
-            done = execPlain(db, QStringLiteral("COMMIT"), error);
+            done = execPlain(db, commitStatement, error);
         } catch (const Failure &failure) {
             if (error)
                 *error = failure.text;
         }
     }
-    if (done) {
-        active = false;
-        unlock();
-        return true;
+    if (!done) {
+        rollback();
+        return false;
     }
-    rollback();
-    return false;
+    active = false;
+    unlock();
+    return true;
 }
 
 void Transaction::rollback()

@@ -58,7 +58,7 @@ public:
     bool commit(QString *error = nullptr);
     // Commits with `statement` (and `values`) run just before, in the same
     // round trip on PostgreSQL; when the statement fails nothing is
-    // committed. Only for a transaction that has begun.
+    // committed.
     bool commitWith(const QString &statement, const QVariantList &values, QString *error = nullptr);
     void rollback();
 
